@@ -6,7 +6,7 @@ class DataBuffer;
 class LogBase;
 
 class ContentCoding {
-public:
+  public:
     ContentCoding() = default;
     ~ContentCoding() = default;
 
@@ -43,6 +43,6 @@ public:
     static bool encodeHex(const void* p, unsigned n, StringBuffer& out, bool lower);
     static bool decodeHex(const char* s, unsigned n, DataBuffer& out);
 
-private:
+  private:
     unsigned m_lineLength = 76;
 };

@@ -16,7 +16,7 @@ class LogBase;
 // Operations never throw: an allocation failure makes the appending operation
 // return false and leaves the buffer as it was.
 class DataBuffer : public NonRefCountedObj {
-public:
+  public:
     DataBuffer() = default;
     ~DataBuffer() override;
     DataBuffer(const DataBuffer& other);
@@ -75,7 +75,7 @@ public:
     // Public so that callers about to receive secrets can mark the buffer directly.
     unsigned char m_secure = 0;
 
-private:
+  private:
     bool grow(unsigned needed);
     void releaseMemory();
 

@@ -9,7 +9,7 @@
 // Owns its elements: destroying the array deletes each through its virtual
 // destructor. Null elements are allowed and skipped on deletion.
 class ExtPtrArray : public NonRefCountedObj {
-public:
+  public:
     ExtPtrArray() = default;
     ~ExtPtrArray() override;
     ExtPtrArray(const ExtPtrArray&) = delete;
@@ -28,12 +28,12 @@ public:
     // Deletes every element and empties the array.
     void removeAllObjects();
 
-private:
+  private:
     std::vector<OrvaneObject*> m_items;
 };
 
 class ExtPtrArraySb {
-public:
+  public:
     ExtPtrArraySb() = default;
     ~ExtPtrArraySb();
     ExtPtrArraySb(const ExtPtrArraySb&) = delete;
@@ -44,6 +44,6 @@ public:
     StringBuffer* sbAt(int i) const;
     void removeAllSbs();
 
-private:
+  private:
     std::vector<StringBuffer*> m_items;
 };

@@ -12,7 +12,7 @@ class XString;
 // The sink. Implementations record (LogTree) or discard (LogNull). A LogBase is
 // used by one thread at a time.
 class LogBase {
-public:
+  public:
     LogBase() = default;
     virtual ~LogBase() = default;
     LogBase(const LogBase&) = delete;
@@ -50,7 +50,7 @@ public:
 //
 // Errors are prefixed with "error: ". Values go on one line as "name: value".
 class LogTree : public LogBase {
-public:
+  public:
     LogTree();
     ~LogTree() override;
 
@@ -63,8 +63,8 @@ public:
     enum class Kind { Context, Error, Info, Data };
     struct Entry {
         Kind kind;
-        std::string text;   // message, context name, or value name
-        std::string value;  // Data only
+        std::string text;                              // message, context name, or value name
+        std::string value;                             // Data only
         std::vector<std::unique_ptr<Entry>> children;  // Context only
         Entry* parent = nullptr;
     };
@@ -87,7 +87,7 @@ public:
     const Entry& root() const { return m_root; }
     void clearLog();
 
-private:
+  private:
     void add(Kind kind, const char* text, const char* value);
 
     Entry m_root;
@@ -98,7 +98,7 @@ private:
 // Discards everything. The parent form copies the parent's verbose flag and
 // keywords so that code asking for them behaves alike, but still writes nothing.
 class LogNull : public LogBase {
-public:
+  public:
     LogNull() = default;
     explicit LogNull(LogBase& parent);
     ~LogNull() override = default;
@@ -112,12 +112,12 @@ public:
 
 // Opens a named context on construction and closes it on destruction.
 class LogContextExitor {
-public:
+  public:
     LogContextExitor(LogBase& log, const char* name) : m_log(log) { m_log.enterContext(name); }
     ~LogContextExitor() { m_log.leaveContext(); }
     LogContextExitor(const LogContextExitor&) = delete;
     LogContextExitor& operator=(const LogContextExitor&) = delete;
 
-private:
+  private:
     LogBase& m_log;
 };

@@ -6,7 +6,7 @@
 // Recursive: a thread that holds it may enter again (operations that lock call
 // other operations that lock the same object).
 class OrvaneCritSec {
-public:
+  public:
     OrvaneCritSec() = default;
     virtual ~OrvaneCritSec() = default;
     OrvaneCritSec(const OrvaneCritSec&) {}  // a copy has its own, unlocked, section
@@ -15,14 +15,14 @@ public:
     void enterCriticalSection() { m_mutex.lock(); }
     void leaveCriticalSection() { m_mutex.unlock(); }
 
-private:
+  private:
     std::recursive_mutex m_mutex;
 };
 
 // Enters the section on construction and leaves it on destruction. A null
 // pointer makes a guard that does nothing.
 class CritSecExitor {
-public:
+  public:
     explicit CritSecExitor(OrvaneCritSec* cs) : m_cs(cs) {
         if (m_cs) m_cs->enterCriticalSection();
     }
@@ -32,6 +32,6 @@ public:
     CritSecExitor(const CritSecExitor&) = delete;
     CritSecExitor& operator=(const CritSecExitor&) = delete;
 
-private:
+  private:
     OrvaneCritSec* m_cs;
 };

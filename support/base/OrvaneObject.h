@@ -8,7 +8,7 @@
 // Root of library objects. Arrays of owned objects (ExtPtrArray) hold these and
 // delete through the virtual destructor.
 class OrvaneObject {
-public:
+  public:
     OrvaneObject() = default;
     virtual ~OrvaneObject() = default;
 
@@ -18,18 +18,18 @@ public:
     // Deletes through the virtual destructor; null is ignored.
     static void deleteObject(OrvaneObject* obj) { delete obj; }
 
-protected:
+  protected:
     OrvaneObject(const OrvaneObject&) = default;
     OrvaneObject& operator=(const OrvaneObject&) = default;
 };
 
 // Base of objects that have exactly one owner.
 class NonRefCountedObj : public OrvaneObject {
-public:
+  public:
     NonRefCountedObj() = default;
     ~NonRefCountedObj() override = default;
 
-protected:
+  protected:
     NonRefCountedObj(const NonRefCountedObj&) = default;
     NonRefCountedObj& operator=(const NonRefCountedObj&) = default;
 };
@@ -38,7 +38,7 @@ protected:
 // the first reference. decRefCount deletes the object when the count reaches 0.
 // Counts are atomic, so references may be taken and released from any thread.
 class RefCountedObject : public OrvaneObject {
-public:
+  public:
     RefCountedObject() = default;
     ~RefCountedObject() override = default;
 
@@ -55,18 +55,18 @@ public:
         if (obj) obj->decRefCount();
     }
 
-protected:
+  protected:
     // A copy is a new object: it never shares the source's count.
     RefCountedObject(const RefCountedObject&) : OrvaneObject() {}
     RefCountedObject& operator=(const RefCountedObject&) { return *this; }
 
-private:
+  private:
     std::atomic<int> m_refCount{0};
 };
 
 // Releases one reference of the held object when it goes out of scope.
 class RefCountedObjectOwner {
-public:
+  public:
     RefCountedObjectOwner() = default;
     explicit RefCountedObjectOwner(RefCountedObject* obj) : m_obj(obj) {}
     ~RefCountedObjectOwner() { RefCountedObject::release(m_obj); }
@@ -90,7 +90,7 @@ public:
 // Scoped owner of one public-class object (ClsXml, ClsPem, ...): releases it on
 // destruction. Public classes are reference counted, so releasing is decRefCount.
 class _clsOwner {
-public:
+  public:
     _clsOwner() = default;
     explicit _clsOwner(RefCountedObject* obj) : m_obj(obj) {}
     ~_clsOwner() { RefCountedObject::release(m_obj); }

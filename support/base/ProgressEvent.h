@@ -3,7 +3,7 @@
 
 // Receives progress; returning true from a callback asks the operation to abort.
 class ProgressEvent {
-public:
+  public:
     virtual ~ProgressEvent() = default;
     // Percent done, 0 to 100.
     virtual bool onPercentDone(int percent) {

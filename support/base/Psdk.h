@@ -4,7 +4,7 @@
 // Never aborts: the counts let tests and diagnostics see that a stale or
 // corrupted object was used. Thread safe.
 class Psdk {
-public:
+  public:
     static void badObjectFound(const char* where);
     static void corruptObjectFound(const char* where);
 

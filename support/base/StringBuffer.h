@@ -12,7 +12,7 @@ class LogBase;
 // next modification. Allocation failure leaves the string unchanged and makes
 // the appending operation return false; nothing throws.
 class StringBuffer : public NonRefCountedObj {
-public:
+  public:
     StringBuffer() = default;
     explicit StringBuffer(const char* s);
     ~StringBuffer() override;
@@ -84,7 +84,7 @@ public:
 
     size_t heapUsage() const override { return m_capacity; }
 
-private:
+  private:
     bool reserve(unsigned total);
     bool replaceAt(unsigned pos, unsigned len, const char* to);
 

@@ -6,7 +6,7 @@
 // Holds text as UTF-8. The secure flag has the meaning of DataBuffer's: the text
 // is wiped before its memory is released.
 class XString {
-public:
+  public:
     XString() = default;
     explicit XString(const char* utf8) { m_sb.append(utf8); }
     ~XString();
@@ -52,7 +52,7 @@ public:
     // Appends one Unicode code point as UTF-8 to sb (invalid ones become U+FFFD).
     static bool appendCodePoint(StringBuffer& sb, unsigned cp);
 
-private:
+  private:
     StringBuffer m_sb;
     bool m_secure = false;
 };

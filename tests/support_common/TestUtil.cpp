@@ -1,12 +1,12 @@
 #include "support_common/TestUtil.h"
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
-
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace ovtest {
 

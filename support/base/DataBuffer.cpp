@@ -1,0 +1,237 @@
+#include "support/base/DataBuffer.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "support/base/ContentCoding.h"
+#include "support/base/LogBase.h"
+#include "support/base/StringBuffer.h"
+#include "support/base/XString.h"
+#include "support/base/ovstr.h"
+
+namespace {
+const unsigned char kEmpty[1] = {0};
+}
+
+DataBuffer::~DataBuffer() {
+    releaseMemory();
+}
+
+DataBuffer::DataBuffer(const DataBuffer& other) : NonRefCountedObj(), m_secure(other.m_secure) {
+    append(other);
+}
+
+DataBuffer& DataBuffer::operator=(const DataBuffer& other) {
+    if (this != &other) {
+        m_secure = m_secure || other.m_secure;
+        setData(other.m_data, other.m_size);
+    }
+    return *this;
+}
+
+DataBuffer* DataBuffer::createNewObject() {
+    return new (std::nothrow) DataBuffer();
+}
+
+const unsigned char* DataBuffer::getData2() const {
+    return m_data ? m_data : kEmpty;
+}
+
+void DataBuffer::releaseMemory() {
+    if (m_data) {
+        if (m_secure) ovSecureZero(m_data, m_capacity);
+        free(m_data);
+    }
+    m_data = nullptr;
+    m_size = 0;
+    m_capacity = 0;
+}
+
+void DataBuffer::clear() {
+    if (m_secure && m_data) ovSecureZero(m_data, m_size);
+    m_size = 0;
+}
+
+void DataBuffer::secureClear() {
+    if (m_data) ovSecureZero(m_data, m_capacity);
+    m_size = 0;
+}
+
+void DataBuffer::clearWithDeallocate() {
+    releaseMemory();
+}
+
+bool DataBuffer::grow(unsigned needed) {
+    if (needed <= m_capacity) return true;
+    size_t cap = m_capacity ? m_capacity : 32;
+    while (cap < needed) cap *= 2;
+    if (cap > 0xFFFFFFFFu) cap = needed;
+    // Never realloc: a secure buffer must wipe the old block, which realloc would
+    // free behind our back.
+    unsigned char* p = static_cast<unsigned char*>(malloc(cap));
+    if (!p) return false;
+    if (m_data) {
+        if (m_size) memcpy(p, m_data, m_size);
+        if (m_secure) ovSecureZero(m_data, m_capacity);
+        free(m_data);
+    }
+    m_data = p;
+    m_capacity = static_cast<unsigned>(cap);
+    return true;
+}
+
+bool DataBuffer::ensureCapacity(unsigned n) {
+    return grow(n);
+}
+
+bool DataBuffer::append(const void* p, unsigned n) {
+    if (n == 0) return true;
+    if (!p) return false;
+    if (n > 0xFFFFFFFFu - m_size) return false;
+    // The source may lie inside our own block; remember its offset across growth.
+    const unsigned char* src = static_cast<const unsigned char*>(p);
+    bool inside = m_data && src >= m_data && src < m_data + m_capacity;
+    size_t off = inside ? static_cast<size_t>(src - m_data) : 0;
+    if (!grow(m_size + n)) return false;
+    if (inside) src = m_data + off;
+    memmove(m_data + m_size, src, n);
+    m_size += n;
+    return true;
+}
+
+bool DataBuffer::append(const DataBuffer& other) {
+    return append(other.m_data, other.m_size);
+}
+
+bool DataBuffer::appendChar(unsigned char c) {
+    return append(&c, 1);
+}
+
+bool DataBuffer::setData(const void* p, unsigned n) {
+    if (p && m_data && static_cast<const unsigned char*>(p) == m_data && n <= m_size) {
+        m_size = n;
+        return true;
+    }
+    DataBuffer tmp;
+    tmp.m_secure = m_secure;
+    if (!tmp.append(p, n)) return false;
+    clear();
+    return append(tmp);
+}
+
+void DataBuffer::shorten(unsigned n) {
+    unsigned drop = n > m_size ? m_size : n;
+    if (m_secure && drop) ovSecureZero(m_data + m_size - drop, drop);
+    m_size -= drop;
+}
+
+bool DataBuffer::appendEncoded(const char* text, const char* encoding) {
+    if (!text || !encoding) return false;
+    unsigned n = ovStrLen(text);
+    StringBuffer enc(encoding);
+    enc.toLowerCase();
+    if (enc.equals("base64")) return ContentCoding::decodeBase64ToDb(text, n, *this);
+    if (enc.equals("base64url")) return ContentCoding::decodeBase64UrlToDb(text, n, *this);
+    if (enc.equals("hex") || enc.equals("hexlower") || enc.equals("hex_lower"))
+        return ContentCoding::decodeHex(text, n, *this);
+    return false;
+}
+
+bool DataBuffer::encodeDB(const char* encoding, StringBuffer& out) const {
+    if (!encoding) return false;
+    StringBuffer enc(encoding);
+    enc.toLowerCase();
+    if (enc.equals("base64")) return ContentCoding::encodeBase64_noCrLf(m_data, m_size, out);
+    if (enc.equals("base64url")) return ContentCoding::encodeBase64Url(m_data, m_size, out);
+    if (enc.equals("hex")) return ContentCoding::encodeHex(m_data, m_size, out, false);
+    if (enc.equals("hexlower") || enc.equals("hex_lower"))
+        return ContentCoding::encodeHex(m_data, m_size, out, true);
+    return false;
+}
+
+bool DataBuffer::containsSubstring(const char* s, unsigned start) const {
+    unsigned n = ovStrLen(s);
+    if (n == 0 || start >= m_size || n > m_size - start) return false;
+    const unsigned char* end = m_data + m_size - n;
+    for (const unsigned char* p = m_data + start; p <= end; ++p) {
+        p = static_cast<const unsigned char*>(memchr(p, s[0], static_cast<size_t>(end - p) + 1));
+        if (!p) return false;
+        if (memcmp(p, s, n) == 0) return true;
+    }
+    return false;
+}
+
+bool DataBuffer::equals(const DataBuffer& other) const {
+    return m_size == other.m_size && (m_size == 0 || memcmp(m_data, other.m_data, m_size) == 0);
+}
+
+bool DataBuffer::loadFileUtf8(const char* path, LogBase* log) {
+    clear();
+    if (!path || !*path) {
+        if (log) log->logError("No file path given.");
+        return false;
+    }
+    FILE* f = fopen(path, "rb");
+    if (!f) {
+        if (log) {
+            log->logError("Failed to open file for reading.");
+            log->logData("path", path);
+            log->logData("reason", strerror(errno));
+        }
+        return false;
+    }
+    bool ok = true;
+    unsigned char buf[65536];
+    for (;;) {
+        size_t n = fread(buf, 1, sizeof buf, f);
+        if (n > 0 && !append(buf, static_cast<unsigned>(n))) {
+            ok = false;
+            if (log) log->logError("Out of memory reading file.");
+            break;
+        }
+        if (n < sizeof buf) {
+            if (ferror(f)) {
+                ok = false;
+                if (log) {
+                    log->logError("Failed to read file.");
+                    log->logData("path", path);
+                }
+            }
+            break;
+        }
+    }
+    fclose(f);
+    if (m_secure) ovSecureZero(buf, sizeof buf);
+    if (!ok) clear();
+    return ok;
+}
+
+bool DataBuffer::loadFileX(XString& path, LogBase& log) {
+    return loadFileUtf8(path.getUtf8(), &log);
+}
+
+bool DataBuffer::saveToFileUtf8(const char* path, LogBase* log) const {
+    if (!path || !*path) {
+        if (log) log->logError("No file path given.");
+        return false;
+    }
+    FILE* f = fopen(path, "wb");
+    if (!f) {
+        if (log) {
+            log->logError("Failed to open file for writing.");
+            log->logData("path", path);
+            log->logData("reason", strerror(errno));
+        }
+        return false;
+    }
+    bool ok = m_size == 0 || fwrite(m_data, 1, m_size, f) == m_size;
+    if (fclose(f) != 0) ok = false;
+    if (!ok && log) {
+        log->logError("Failed to write file.");
+        log->logData("path", path);
+    }
+    return ok;
+}

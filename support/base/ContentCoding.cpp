@@ -107,12 +107,12 @@ bool isBase64Char(unsigned char c, bool& sawPad, unsigned& alpha) {
     unsigned char v = kStd.v[c];
     if (v == 255) return false;
     if (v == 65) return true;
+    ++alpha;
     if (v == 64) {
         sawPad = true;
         return true;
     }
     if (sawPad) return false;
-    ++alpha;
     return true;
 }
 

@@ -31,7 +31,7 @@ class ContentCoding {
     static bool decodeBase64UrlToDb(const char* s, unsigned n, DataBuffer& out);
 
     // Whether the n bytes are base64 text only: alphabet characters, whitespace,
-    // and '=' padding at the end; at least 4 alphabet characters. A zero byte
+    // and '=' padding at the end; at least 4 characters that are not whitespace. A zero byte
     // makes it false.
     static bool isBase64(const char* s, unsigned n, LogBase& log);
     // The same for UTF-16LE text: each code unit's high byte is zero and its low

@@ -1,0 +1,101 @@
+#include "support/base/DataBuffer.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "support/base/LogBase.h"
+#include "support/base/StringBuffer.h"
+#include "support_common/TestUtil.h"
+
+namespace {
+
+bool allZero(const unsigned char* p, unsigned n) {
+    for (unsigned i = 0; i < n; ++i)
+        if (p[i]) return false;
+    return true;
+}
+
+TEST(DataBuffer, SecureClearWipesInPlaceAndKeepsMemory) {
+    DataBuffer db;
+    db.setSecure(true);
+    db.append("secret-key-bytes", 16);
+    unsigned char* p = db.getDataRw();
+    db.secureClear();
+    EXPECT_EQ(db.getSize(), 0u);
+    EXPECT_EQ(db.getDataRw(), p);  // memory kept, so we may look at it
+    EXPECT_TRUE(allZero(p, 16));
+}
+
+TEST(DataBuffer, SecureFlagWipesOnClearAndShorten) {
+    DataBuffer db;
+    db.setSecure(true);
+    db.append("0123456789", 10);
+    unsigned char* p = db.getDataRw();
+    db.shorten(4);
+    EXPECT_EQ(db.getSize(), 6u);
+    EXPECT_TRUE(allZero(p + 6, 4));
+    db.clear();
+    EXPECT_TRUE(allZero(p, 6));
+
+    DataBuffer plain;
+    plain.append("0123456789", 10);
+    unsigned char* q = plain.getDataRw();
+    plain.clear();
+    EXPECT_EQ(q[0], '0');  // without the flag, clear only resets the size
+}
+
+TEST(DataBuffer, AppendFromItselfSurvivesGrowth) {
+    DataBuffer db;
+    db.append("abcdefgh", 8);
+    for (int i = 0; i < 6; ++i) ASSERT_TRUE(db.append(db.getData2(), db.getSize()));
+    ASSERT_EQ(db.getSize(), 8u * 64);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(db.getData2()) + 8 * 63, 8), "abcdefgh");
+}
+
+TEST(DataBuffer, ContainsSubstringHonoursStartAndBounds) {
+    DataBuffer db;
+    db.append("xx-----BEGIN", 12);
+    EXPECT_TRUE(db.containsSubstring("BEGIN", 0));
+    EXPECT_TRUE(db.containsSubstring("BEGIN", 7));
+    EXPECT_FALSE(db.containsSubstring("BEGIN", 8));
+    EXPECT_FALSE(db.containsSubstring("BEGINS", 0));  // would run past the end
+    EXPECT_FALSE(db.containsSubstring("", 0));
+}
+
+TEST(DataBuffer, EncodedForms) {
+    DataBuffer db;
+    ASSERT_TRUE(db.appendEncoded("3q2+7w==", "base64"));
+    ASSERT_TRUE(db.appendEncoded("0001", "hex"));
+    StringBuffer hex, b64;
+    ASSERT_TRUE(db.encodeDB("hex", hex));
+    ASSERT_TRUE(db.encodeDB("base64", b64));
+    EXPECT_STREQ(hex.getString(), "DEADBEEF0001");
+    EXPECT_STREQ(b64.getString(), "3q2+7wAB");
+    EXPECT_FALSE(db.appendEncoded("zz", "hex"));
+    EXPECT_FALSE(db.appendEncoded("AA", "rot13"));
+    EXPECT_EQ(db.getSize(), 6u);
+}
+
+TEST(DataBuffer, FilesRoundTripAndReportFailures) {
+    ovtest::TempDir dir;
+    std::string path = dir.file("bytes.bin");
+    DataBuffer out;
+    std::string bytes("a\0b\xff", 4);
+    out.append(bytes.data(), 4);
+    LogTree log;
+    ASSERT_TRUE(out.saveToFileUtf8(path.c_str(), &log));
+    DataBuffer in;
+    in.append("old", 3);
+    ASSERT_TRUE(in.loadFileUtf8(path.c_str(), &log));
+    EXPECT_TRUE(in.equals(out));  // replaced, not appended
+    EXPECT_FALSE(log.hasErrors());
+
+    DataBuffer missing;
+    EXPECT_FALSE(missing.loadFileUtf8(dir.file("nope").c_str(), &log));
+    EXPECT_TRUE(log.hasError("Failed to open file for reading."));
+    EXPECT_FALSE(out.saveToFileUtf8((dir.path() + "/no/such/dir/f").c_str(), &log));
+    EXPECT_FALSE(missing.loadFileUtf8(dir.path().c_str(), nullptr));  // a directory
+}
+
+}  // namespace

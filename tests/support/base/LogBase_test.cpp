@@ -1,0 +1,60 @@
+#include "support/base/LogBase.h"
+
+#include <gtest/gtest.h>
+
+#include "support/base/XString.h"
+
+namespace {
+
+TEST(LogTree, RendersNestedContextsAsIndentedText) {
+    LogTree log;
+    {
+        LogContextExitor outer(log, "createFromBinary");
+        log.logInfo("PEM has multiple certificates.");
+        {
+            LogContextExitor inner(log, "loadPem");
+            log.LogDataLong("numCerts", 3);
+            log.logError("Failed to load PEM");
+        }
+        log.LogHex("flags", 255);
+        log.LogDataBool("ok", false);
+    }
+    log.logInfo("after");
+    EXPECT_EQ(log.text(),
+              "createFromBinary:\n"
+              "  PEM has multiple certificates.\n"
+              "  loadPem:\n"
+              "    numCerts: 3\n"
+              "    error: Failed to load PEM\n"
+              "  flags: ff\n"
+              "  ok: false\n"
+              "after\n");
+    EXPECT_TRUE(log.hasError("Failed to load PEM"));
+    EXPECT_FALSE(log.hasError("PEM has multiple certificates."));
+    EXPECT_TRUE(log.hasInfo("PEM has multiple certificates."));
+    EXPECT_TRUE(log.hasContext("loadPem"));
+    std::string v;
+    ASSERT_TRUE(log.findData("numCerts", v));
+    EXPECT_EQ(v, "3");
+    EXPECT_EQ(log.numErrors(), 1);
+}
+
+TEST(LogTree, UnbalancedLeaveStaysAtRoot) {
+    LogTree log;
+    log.leaveContext();
+    log.logInfo("x");
+    EXPECT_EQ(log.text(), "x\n");
+}
+
+TEST(LogNull, CopiesSwitchesButRecordsNothing) {
+    LogTree parent;
+    parent.verboseLogging = 1;
+    parent.logKeywords.append("LOG_OCSP_HTTP");
+    LogNull quiet(parent);
+    EXPECT_EQ(quiet.verboseLogging, 1);
+    EXPECT_TRUE(quiet.logKeywords.containsSubstring("LOG_OCSP_HTTP"));
+    quiet.logError("nothing");
+    EXPECT_EQ(parent.numEntries(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,120 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "support/base/ExtPtrArray.h"
+#include "support/base/OrvaneCritSec.h"
+#include "support/base/OrvaneObject.h"
+#include "support/base/Psdk.h"
+
+namespace {
+
+struct Tracked : public RefCountedObject {
+    explicit Tracked(int* deaths) : m_deaths(deaths) {}
+    ~Tracked() override { ++*m_deaths; }
+    int* m_deaths;
+};
+
+struct Plain : public NonRefCountedObj {
+    explicit Plain(int* deaths) : m_deaths(deaths) {}
+    ~Plain() override { ++*m_deaths; }
+    int* m_deaths;
+};
+
+TEST(RefCountedObject, LastReleaseDeletesAndOwnersRelease) {
+    int deaths = 0;
+    auto* t = new Tracked(&deaths);
+    EXPECT_EQ(t->getRefCount(), 0);
+    t->incRefCount();
+    t->incRefCount();
+    EXPECT_FALSE(t->decRefCount());
+    EXPECT_EQ(deaths, 0);
+    { RefCountedObjectOwner owner(t); }
+    EXPECT_EQ(deaths, 1);
+
+    auto* fresh = new Tracked(&deaths);  // never stored: releasing drops it
+    EXPECT_TRUE(fresh->decRefCount());
+    EXPECT_EQ(deaths, 2);
+    RefCountedObject::release(nullptr);  // null-safe
+    _clsOwner none;
+}
+
+TEST(RefCountedObject, CountsAreExactAcrossThreads) {
+    int deaths = 0;
+    auto* t = new Tracked(&deaths);
+    t->incRefCount();
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([t] {
+            for (int k = 0; k < 20000; ++k) {
+                t->incRefCount();
+                t->decRefCount();
+            }
+        });
+    for (auto& th : threads) th.join();
+    EXPECT_EQ(t->getRefCount(), 1);
+    EXPECT_EQ(deaths, 0);
+    t->decRefCount();
+    EXPECT_EQ(deaths, 1);
+}
+
+TEST(OrvaneCritSec, RecursiveEntryAndMutualExclusion) {
+    OrvaneCritSec cs;
+    {
+        CritSecExitor a(&cs);
+        CritSecExitor b(&cs);  // same thread again: must not deadlock
+    }
+    long counter = 0;
+    std::atomic<int> inside{0};
+    std::atomic<bool> overlap{false};
+    auto work = [&] {
+        for (int i = 0; i < 20000; ++i) {
+            CritSecExitor g(&cs);
+            CritSecExitor again(&cs);
+            if (inside.fetch_add(1) != 0) overlap = true;
+            ++counter;
+            inside.fetch_sub(1);
+        }
+    };
+    std::thread t1(work), t2(work);
+    t1.join();
+    t2.join();
+    EXPECT_FALSE(overlap.load());
+    EXPECT_EQ(counter, 40000);
+    CritSecExitor nullGuard(nullptr);
+}
+
+TEST(ExtPtrArray, OwnsElementsAndBoundsChecks) {
+    int deaths = 0;
+    {
+        ExtPtrArray arr;
+        arr.appendPtr(new Plain(&deaths));
+        arr.appendObject(nullptr);
+        arr.appendPtr(new Plain(&deaths));
+        EXPECT_EQ(arr.getSize(), 3);
+        EXPECT_EQ(arr.elementAt(1), nullptr);
+        EXPECT_EQ(arr.elementAt(3), nullptr);
+        EXPECT_EQ(arr.elementAt(-1), nullptr);
+        OrvaneObject* taken = arr.removeAt(0);
+        OrvaneObject::deleteObject(taken);
+        EXPECT_EQ(deaths, 1);
+    }
+    EXPECT_EQ(deaths, 2);
+    ExtPtrArraySb sbs;
+    sbs.appendSb(new StringBuffer("x"));
+    EXPECT_STREQ(sbs.sbAt(0)->getString(), "x");
+    EXPECT_EQ(sbs.sbAt(1), nullptr);
+}
+
+TEST(Psdk, CountsReports) {
+    Psdk::resetCounts();
+    Psdk::badObjectFound(nullptr);
+    Psdk::corruptObjectFound(nullptr);
+    Psdk::corruptObjectFound("x");
+    EXPECT_EQ(Psdk::badObjectCount(), 1u);
+    EXPECT_EQ(Psdk::corruptObjectCount(), 2u);
+}
+
+}  // namespace

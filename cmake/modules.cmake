@@ -17,3 +17,6 @@ ov_if_sources(ov_crypto support/crypto DEPS ov_base ov_asn1 OpenSSL::Crypto)
 ov_if_sources(ov_x509 support/x509 DEPS ov_base ov_asn1 ov_time ov_crypto ov_xml)
 ov_if_sources(ov_net support/net DEPS ov_base ov_asn1 ov_json CURL::libcurl)
 ov_if_sources(ov_pkcs11 support/pkcs11 DEPS ov_base ov_asn1 ov_crypto ${CMAKE_DL_LIBS})
+
+add_executable(litscram tools/litscram/litscram.cpp)
+target_link_libraries(litscram PRIVATE ov_base)

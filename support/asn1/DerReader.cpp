@@ -3,10 +3,10 @@
 #include <cstdio>
 
 bool DerParser::parseHeader(size_t pos, DerElement* out, size_t* next, int depth) const {
-    if (depth > der::kMaxDepth) return false;
+    if (depth > der::kMaxDepth) return fail("ASN.1 nesting is too deep");
     const size_t n = m_in.size();
     const unsigned char* p = m_in.data();
-    if (pos >= n) return false;
+    if (pos >= n) return fail("ASN.1 input ends where an item was expected");
     const size_t start = pos;
 
     unsigned char first = p[pos++];
@@ -21,19 +21,20 @@ bool DerParser::parseHeader(size_t pos, DerElement* out, size_t* next, int depth
         unsigned num = 0;
         int digits = 0;
         for (;;) {
-            if (pos >= n) return false;
+            if (pos >= n) return fail("ASN.1 tag is truncated");
             unsigned char b = p[pos++];
-            if (digits == 0 && b == 0x80) return false;
-            if (++digits > 3) return false;  // tag numbers above 2^21 are not in use
+            if (digits == 0 && b == 0x80) return fail("ASN.1 tag number has a leading zero digit");
+            if (++digits > 3) return fail("ASN.1 tag number is too large");  // above 2^21: unused
             num = (num << 7) | (b & 0x7f);
             if (!(b & 0x80)) break;
         }
-        if (num < 31) return false;  // must have used the low-tag form
+        if (num < 31) return fail("ASN.1 tag number should use the short form");
         e.tagNumber = num;
-        e.tag = (static_cast<unsigned>(first & 0xe0) << 24) | num;
+        // The 0x1f bits of the first byte keep this distinct from every low tag.
+        e.tag = (static_cast<unsigned>(first) << 24) | num;
     }
 
-    if (pos >= n) return false;
+    if (pos >= n) return fail("ASN.1 length is missing");
     unsigned char lb = p[pos++];
     size_t len = 0;
     if (lb < 0x80) {
@@ -41,20 +42,23 @@ bool DerParser::parseHeader(size_t pos, DerElement* out, size_t* next, int depth
     } else if (lb == 0x80) {
         // Indefinite length: BER only, constructed only. PKCS#7 files exported by
         // Windows and some toolkits stream SignedData this way.
-        if (!m_allowBer || !e.constructed) return false;
+        if (!m_allowBer) return fail("ASN.1 indefinite length is not allowed in DER");
+        if (!e.constructed) return fail("ASN.1 indefinite length on a primitive item");
         e.indefinite = true;
     } else {
         unsigned nbytes = lb & 0x7f;
-        if (nbytes > 4 || nbytes > n - pos) return false;  // no element here exceeds 4 GiB
+        if (nbytes > 4) return fail("ASN.1 length is too large");  // nothing here exceeds 4 GiB
+        if (nbytes > n - pos) return fail("ASN.1 length is truncated");
         for (unsigned i = 0; i < nbytes; ++i) len = (len << 8) | p[pos + i];
         // DER wants the shortest form; BER readers meet padded lengths in old
         // PKCS#7 and certificate exports, so only strict mode rejects them.
-        if (!m_allowBer && (p[pos] == 0 || len < 0x80)) return false;
+        if (!m_allowBer && (p[pos] == 0 || len < 0x80))
+            return fail("ASN.1 length is not in its shortest form");
         pos += nbytes;
     }
 
     if (!e.indefinite) {
-        if (len > n - pos) return false;
+        if (len > n - pos) return fail("ASN.1 length exceeds input");
         e.contents = m_in.sub(pos, len);
         e.whole = m_in.sub(start, pos + len - start);
         *next = pos + len;
@@ -62,7 +66,7 @@ bool DerParser::parseHeader(size_t pos, DerElement* out, size_t* next, int depth
         // Walk the nested elements until the end-of-contents pair.
         size_t cur = pos;
         for (;;) {
-            if (n - cur < 2) return false;
+            if (n - cur < 2) return fail("ASN.1 indefinite-length item has no end-of-contents");
             if (p[cur] == 0 && p[cur + 1] == 0) break;
             DerElement child;
             size_t after = 0;
@@ -89,7 +93,8 @@ bool DerParser::readAny(DerElement* out) {
 bool DerParser::readElement(unsigned tag, DerElement* out) {
     size_t next = 0;
     DerElement e;
-    if (!parseHeader(m_pos, &e, &next, 0) || e.tag != tag) return false;
+    if (!parseHeader(m_pos, &e, &next, 0)) return false;
+    if (e.tag != tag) return fail("ASN.1 item has an unexpected tag");
     *out = e;
     m_pos = next;
     return true;
@@ -130,8 +135,12 @@ bool DerParser::readConstructed(unsigned tag, DerParser* inner) {
     return true;
 }
 
-bool DerParser::readSequence(DerParser* inner) { return readConstructed(der::kSequence, inner); }
-bool DerParser::readSet(DerParser* inner) { return readConstructed(der::kSet, inner); }
+bool DerParser::readSequence(DerParser* inner) {
+    return readConstructed(der::kSequence, inner);
+}
+bool DerParser::readSet(DerParser* inner) {
+    return readConstructed(der::kSet, inner);
+}
 
 bool DerParser::readOid(DerInput* oid) {
     size_t save = m_pos;
@@ -145,7 +154,7 @@ bool DerParser::readOid(DerInput* oid) {
     }
     if (!ok) {
         m_pos = save;
-        return false;
+        return fail("ASN.1 OBJECT IDENTIFIER is malformed");
     }
     *oid = c;
     return true;
@@ -157,7 +166,7 @@ bool DerParser::readIntegerBytes(DerInput* contents) {
     if (!read(der::kInteger, &c)) return false;
     if (c.empty()) {
         m_pos = save;
-        return false;
+        return fail("ASN.1 INTEGER is empty");
     }
     *contents = c;
     return true;
@@ -169,7 +178,7 @@ bool DerParser::readUint64(uint64_t* value) {
     if (!readIntegerBytes(&c)) return false;
     if ((c[0] & 0x80) || c.size() > 9 || (c.size() == 9 && c[0] != 0)) {
         m_pos = save;
-        return false;
+        return fail("ASN.1 INTEGER is negative or too large");
     }
     uint64_t v = 0;
     for (size_t i = 0; i < c.size(); ++i) v = (v << 8) | c[i];
@@ -183,7 +192,7 @@ bool DerParser::readBool(bool* value) {
     if (!read(der::kBoolean, &c)) return false;
     if (c.size() != 1) {
         m_pos = save;
-        return false;
+        return fail("ASN.1 BOOLEAN is not one byte");
     }
     *value = c[0] != 0;
     return true;
@@ -195,7 +204,7 @@ bool DerParser::readBitString(DerInput* bits, unsigned* unusedBits) {
     if (!read(der::kBitString, &c)) return false;
     if (c.empty() || c[0] > 7 || (c.size() == 1 && c[0] != 0)) {
         m_pos = save;
-        return false;
+        return fail("ASN.1 BIT STRING is malformed");
     }
     *unusedBits = c[0];
     *bits = c.sub(1, c.size() - 1);

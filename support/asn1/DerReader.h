@@ -8,7 +8,7 @@
 
 // A view of bytes owned elsewhere. Valid while the owner's bytes are unchanged.
 class DerInput {
-public:
+  public:
     DerInput() = default;
     DerInput(const unsigned char* p, size_t n) : m_data(n ? p : nullptr), m_size(p ? n : 0) {}
 
@@ -26,7 +26,7 @@ public:
         return DerInput(m_data + off, n);
     }
 
-private:
+  private:
     const unsigned char* m_data = nullptr;
     size_t m_size = 0;
 };
@@ -55,8 +55,12 @@ constexpr unsigned kSet = 0x31;
 constexpr unsigned kConstructed = 0x20;
 constexpr unsigned kContextSpecific = 0x80;
 // [n] IMPLICIT primitive / EXPLICIT (constructed) context-specific tags.
-constexpr unsigned contextPrimitive(unsigned n) { return kContextSpecific | n; }
-constexpr unsigned contextConstructed(unsigned n) { return kContextSpecific | kConstructed | n; }
+constexpr unsigned contextPrimitive(unsigned n) {
+    return kContextSpecific | n;
+}
+constexpr unsigned contextConstructed(unsigned n) {
+    return kContextSpecific | kConstructed | n;
+}
 
 // Deepest nesting any reader follows. Real certificates and PKCS#7 files stay
 // below 20; the cap keeps hostile input from exhausting the stack.
@@ -66,7 +70,8 @@ constexpr int kMaxDepth = 64;
 // One decoded tag-length-value element header.
 struct DerElement {
     // Identifier octets folded into one number: for low-tag form the tag byte
-    // itself (e.g. 0x30); for high-tag form (class|constructed) << 24 | number.
+    // itself (e.g. 0x30); for high-tag form the first identifier byte << 24 |
+    // number, so that no high-tag element ever compares equal to a low-tag one.
     unsigned tag = 0;
     unsigned char tagClass = 0;  // 0 universal, 1 application, 2 context, 3 private
     bool constructed = false;
@@ -79,7 +84,7 @@ struct DerElement {
 // A cursor over a DerInput. Every read returns false on malformed or
 // out-of-bounds input and then leaves the cursor where it was.
 class DerParser {
-public:
+  public:
     DerParser() = default;
     explicit DerParser(DerInput in, bool allowBer = false) : m_in(in), m_allowBer(allowBer) {}
 
@@ -115,12 +120,21 @@ public:
     // BIT STRING: the unused-bits count and the bytes after it.
     [[nodiscard]] bool readBitString(DerInput* bits, unsigned* unusedBits);
 
-private:
+    // Why the last failed read failed, as a short English sentence fit for a log
+    // line ("ASN.1 length exceeds input"). Never null.
+    const char* lastError() const { return m_lastError ? m_lastError : "ASN.1 item is malformed"; }
+
+  private:
     [[nodiscard]] bool parseHeader(size_t pos, DerElement* out, size_t* next, int depth) const;
+    bool fail(const char* why) const {
+        m_lastError = why;
+        return false;
+    }
 
     DerInput m_in;
     size_t m_pos = 0;
     bool m_allowBer = false;
+    mutable const char* m_lastError = nullptr;
 };
 
 namespace der {

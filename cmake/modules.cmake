@@ -20,3 +20,31 @@ ov_if_sources(ov_pkcs11 support/pkcs11 DEPS ov_base ov_asn1 ov_crypto ${CMAKE_DL
 
 add_executable(litscram tools/litscram/litscram.cpp)
 target_link_libraries(litscram PRIVATE ov_base)
+
+# The certificate component proper, with the PEM container and the store it
+# drives (they call back into the certificate object, so they build together).
+set(OV_CERT_DIRS cert cert/query cert/keys revocation support/pem support/store)
+set(_cert_srcs)
+set(_cert_tests)
+foreach(d ${OV_CERT_DIRS})
+  file(GLOB _s CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/${d}/*.cpp)
+  file(GLOB _t CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/${d}/*.cpp)
+  list(APPEND _cert_srcs ${_s})
+  list(APPEND _cert_tests ${_t})
+endforeach()
+add_library(ov_cert STATIC ${_cert_srcs})
+target_include_directories(ov_cert PUBLIC ${CMAKE_SOURCE_DIR})
+foreach(dep ov_base ov_asn1 ov_time ov_xml ov_json ov_crypto ov_x509 ov_file ov_pkcs11 ov_net)
+  if(TARGET ${dep})
+    target_link_libraries(ov_cert PUBLIC ${dep})
+  endif()
+endforeach()
+if(OV_TESTS AND _cert_tests)
+  add_executable(ov_cert_tests ${_cert_tests})
+  target_include_directories(ov_cert_tests PRIVATE ${CMAKE_SOURCE_DIR}/tests)
+  target_link_libraries(ov_cert_tests PRIVATE ov_cert ov_testsupport GTest::gtest_main)
+  target_compile_definitions(ov_cert_tests PRIVATE
+    OV_TEST_DATA_DIR="${CMAKE_SOURCE_DIR}/tests/data" OV_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
+  gtest_discover_tests(ov_cert_tests DISCOVERY_TIMEOUT 60
+    PROPERTIES ENVIRONMENT "OV_TEST_DATA_DIR=${CMAKE_SOURCE_DIR}/tests/data")
+endif()

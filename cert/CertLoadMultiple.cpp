@@ -1,0 +1,133 @@
+// Multi-object PEM: choose the primary certificate, attach its key, and hand
+// the other certificates to the store. The only place certificates enter a store.
+#include "cert/CertCore.h"
+#include "support/base/ExtPtrArray.h"
+#include "support/pem/ClsCert.h"
+#include "support/pem/ClsPem.h"
+#include "support/pem/ClsPrivateKey.h"
+#include "support/pem/UnshroudedKey2.h"
+#include "support/store/SystemCerts.h"
+
+namespace {
+
+// Sets dn to the certificate's subject DN (as getSubjectDN gives it), under its
+// lock; leaves dn as it was when the object is not valid.
+void subjectDnOf(CertCore* cert, XString& dn, LogBase& log) {
+    if (!cert->isValidObject()) return;
+    CritSecExitor lock(cert);
+    dn.clear();
+    if (OrvaneX509* x = cert->getX509()) x->getDN(true, true, dn, log, 0);
+}
+
+}  // namespace
+
+CertCore* CertCore::createFromPemMultiple(ClsPem& pem, SystemCerts* store, LogBase& log) {
+    LogContextExitor ctx(log, "createFromPemMultiple");
+
+    ExtPtrArray keys;      // UnshroudedKey2
+    ExtPtrArraySb keyIds;  // parallel to keys
+    int numKeys = pem.get_NumPrivateKeys();
+    log.LogDataLong("numKeys", numKeys);
+    for (int k = 0; k < numKeys; ++k) {
+        UnshroudedKey2* uk = UnshroudedKey2::createNewObject();
+        if (!uk) return nullptr;
+        ClsPrivateKey* pk = pem.getClsPrivateKey(k, log);
+        if (!pk) {
+            delete uk;
+            continue;
+        }
+        if (!pk->toPrivateKey(uk->m_key, log)) {
+            pk->decRefCount();
+            delete uk;
+            return nullptr;
+        }
+        StringBuffer* id = StringBuffer::createNewSB();
+        if (!id) {
+            pk->decRefCount();
+            delete uk;
+            return nullptr;
+        }
+        uk->m_key.getOrvaneKeyId64(*id, log);
+        uk->m_key.logKeyType(log);
+        keyIds.appendSb(id);
+        keys.appendPtr(uk);
+        pk->decRefCount();
+    }
+
+    int numCerts = pem.get_NumCerts();
+    log.LogDataLong("numCerts", numCerts);
+    if (numCerts < 1) return nullptr;
+
+    CertCore* primary = nullptr;  // borrowed from the ClsPem
+    bool primaryHasKey = false;
+    XString dn;
+    for (int i = 0; i < numCerts; ++i) {
+        ClsCert* cc = pem.getCert(i, log);
+        if (!cc) continue;
+        RefCountedObjectOwner release(cc);
+        CertCore* cert = cc->getCertificateDoNotDelete();
+        if (!cert) continue;
+
+        subjectDnOf(cert, dn, log);
+        log.LogDataX("subjectDN", dn);
+
+        StringBuffer certId;
+        bool haveId = false;
+        if (cert->isValidObject()) {
+            CritSecExitor lock(cert);
+            OrvaneX509* x = cert->getX509();
+            haveId = x && x->getOrvaneKeyId64(certId, log);
+        }
+        if (!haveId) {
+            log.logError("Unable to get the certificate public key information...");
+            continue;
+        }
+
+        bool hasKey = false;
+        for (int k = 0; k < keys.getSize(); ++k) {
+            auto* uk = static_cast<UnshroudedKey2*>(keys.elementAt(k));
+            StringBuffer* id = keyIds.sbAt(k);
+            if (!uk || !id || !id->equals(certId)) continue;
+            // Logged under this name with the DN as its value, not a flag.
+            log.LogDataX("hasPrivateKey", dn);
+            if (cert->isValidObject()) {
+                CritSecExitor lock(cert);
+                cert->m_privateKey.clearPublicKey();
+                cert->m_privateKey.copyFromPubKey(uk->m_key, log);
+            }
+            hasKey = true;
+            break;
+        }
+
+        if (primary && primaryHasKey) {
+            if (store) store->addCertificate(cert, log);
+        } else {
+            if (store && primary) store->addCertificate(primary, log);
+            primary = cert;
+            primaryHasKey = hasKey;
+        }
+    }
+    if (!primary) return nullptr;
+
+    DataBuffer der;
+    if (!primary->getDEREncodedCert(der)) {
+        log.logError("Failed to get primary cert DER.");
+        return nullptr;
+    }
+    CertCore* result = createFromDer2(der.getData2(), der.getSize(), nullptr, store, log);
+    if (!result) return nullptr;
+    if (primaryHasKey && result->isValidObject()) {
+        // One lock at a time: copy out of the primary, then into the result.
+        _ovPublicKey key;
+        {
+            CritSecExitor primaryLock(primary);
+            key.copyFromPubKey(primary->m_privateKey, log);
+        }
+        CritSecExitor lock(result);
+        result->m_privateKey.clearPublicKey();
+        result->m_privateKey.copyFromPubKey(key, log);
+    }
+    if (result->isValidObject()) subjectDnOf(result, dn, log);
+    log.LogDataX("primaryCertDN", dn);
+    return result;
+}

@@ -1,0 +1,43 @@
+// Shared helpers of the certificate-object tests.
+#pragma once
+
+#include <string>
+
+#include "cert/CertCore.h"
+#include "support_common/TestUtil.h"
+
+namespace certtest {
+
+inline std::string fixture(const std::string& name) {
+    return ovtest::readFile(ovtest::dataPath("cert/" + name));
+}
+
+inline std::string derOf(CertCore* cert) {
+    DataBuffer db;
+    if (!cert || !cert->getDEREncodedCert(db)) return std::string();
+    return std::string(reinterpret_cast<const char*>(db.getData2()), db.getSize());
+}
+
+// Releases a factory's fresh object (count 0) or the caller's reference.
+struct CertRef {
+    explicit CertRef(CertCore* c = nullptr) : cert(c) {
+        if (cert) cert->incRefCount();
+    }
+    ~CertRef() { RefCountedObject::release(cert); }
+    CertRef(const CertRef&) = delete;
+    CertRef& operator=(const CertRef&) = delete;
+    CertCore* operator->() const { return cert; }
+    CertCore* get() const { return cert; }
+    explicit operator bool() const { return cert != nullptr; }
+    CertCore* cert;
+};
+
+inline std::string subjectCn(CertCore* cert) {
+    XString out;
+    LogNull log;
+    if (!cert || !cert->getX509()) return "";
+    cert->getX509()->get_SubjectCN(out, log);
+    return out.getUtf8();
+}
+
+}  // namespace certtest

@@ -1,0 +1,218 @@
+#include "support/net/OcspRequestEncoder.h"
+
+#include <string>
+
+#include "support/asn1/DerReader.h"
+#include "support/base/ContentCoding.h"
+#include "support/base/DataBuffer.h"
+#include "support/base/LogBase.h"
+#include "support/base/StringBuffer.h"
+#include "support/json/ClsJsonObject.h"
+
+namespace {
+
+struct HashAlg {
+    const char* name;
+    const char* oid;
+    unsigned digestLen;
+};
+
+const HashAlg kHashAlgs[] = {
+    {"sha1", "1.3.14.3.2.26", 20},             // id-sha1
+    {"sha256", "2.16.840.1.101.3.4.2.1", 32},  // id-sha256
+    {"sha384", "2.16.840.1.101.3.4.2.2", 48},  // id-sha384
+    {"sha512", "2.16.840.1.101.3.4.2.3", 64},  // id-sha512
+};
+
+const char* const kNonceOid = "1.3.6.1.5.5.7.48.1.2";  // id-pkix-ocsp-nonce
+
+// RFC 8954 bounds the nonce: responders may reject anything outside 1..32 octets.
+constexpr size_t kMinNonce = 1;
+constexpr size_t kMaxNonce = 32;
+
+bool appendTlv(DataBuffer& out, unsigned tag, const unsigned char* p, size_t n) {
+    unsigned char hdr[8];
+    size_t h = der::encodeHeader(tag, n, hdr);
+    return out.append(hdr, static_cast<unsigned>(h)) && out.append(p, static_cast<unsigned>(n));
+}
+
+bool appendTlv(DataBuffer& out, unsigned tag, const DataBuffer& content) {
+    return appendTlv(out, tag, content.getData2(), content.getSize());
+}
+
+bool appendOid(DataBuffer& out, const char* dotted) {
+    unsigned char oid[32];
+    size_t n = 0;
+    return der::textToOid(dotted, oid, sizeof oid, &n) && appendTlv(out, der::kOid, oid, n);
+}
+
+// Error reporting: one line naming the member, so the caller can see which part
+// of its description to fix.
+bool missing(LogBase& log, const std::string& path) {
+    std::string line = "Missing member in the OCSP request description: " + path;
+    log.logError(line.c_str());
+    return false;
+}
+
+bool bad(LogBase& log, const std::string& path, const char* reason) {
+    std::string line = "Bad value in the OCSP request description: " + path;
+    log.logError(line.c_str());
+    log.logData("reason", reason);
+    return false;
+}
+
+bool outOfMemory(LogBase& log) {
+    log.logError("Out of memory while building the OCSP request.");
+    return false;
+}
+
+bool requireString(const ClsJsonObject& spec, const std::string& path, StringBuffer& value,
+                   LogBase& log) {
+    if (!spec.hasMember(path.c_str())) return missing(log, path);
+    if (!spec.isStringAt(path.c_str()) || !spec.stringOf(path.c_str(), value)) {
+        return bad(log, path, "must be a string");
+    }
+    return true;
+}
+
+bool base64Member(const ClsJsonObject& spec, const std::string& path, DataBuffer& bytes,
+                  LogBase& log) {
+    StringBuffer text;
+    if (!requireString(spec, path, text, log)) return false;
+    if (!ContentCoding::decodeBase64ToDb(text.getString(), text.getSize(), bytes)) {
+        return bad(log, path, "not base64");
+    }
+    return true;
+}
+
+//   CertID ::= SEQUENCE {
+//       hashAlgorithm   AlgorithmIdentifier,
+//       issuerNameHash  OCTET STRING, -- Hash of issuer's DN
+//       issuerKeyHash   OCTET STRING, -- Hash of issuer's public key
+//       serialNumber    CertificateSerialNumber }
+bool appendCertId(const ClsJsonObject& spec, const std::string& cert, DataBuffer& out,
+                  LogBase& log) {
+    std::string algPath = cert + ".hashAlg";
+    StringBuffer algName;
+    if (!requireString(spec, algPath, algName, log)) return false;
+    const HashAlg* alg = nullptr;
+    for (const HashAlg& a : kHashAlgs) {
+        if (algName.equalsIgnoreCase(a.name)) alg = &a;
+    }
+    if (!alg) return bad(log, algPath, "unsupported hash algorithm");
+
+    DataBuffer nameHash, keyHash;
+    const char* lengthReason = "digest length does not match the hash algorithm";
+    std::string namePath = cert + ".issuerNameHash";
+    if (!base64Member(spec, namePath, nameHash, log)) return false;
+    if (nameHash.getSize() != alg->digestLen) return bad(log, namePath, lengthReason);
+    std::string keyPath = cert + ".issuerKeyHash";
+    if (!base64Member(spec, keyPath, keyHash, log)) return false;
+    if (keyHash.getSize() != alg->digestLen) return bad(log, keyPath, lengthReason);
+
+    std::string serialPath = cert + ".serialNumber";
+    StringBuffer serialHex;
+    if (!requireString(spec, serialPath, serialHex, log)) return false;
+    DataBuffer serial;
+    if (!ContentCoding::decodeHex(serialHex.getString(), serialHex.getSize(), serial)) {
+        return bad(log, serialPath, "not hexadecimal with an even number of digits");
+    }
+    if (serial.isEmpty()) return bad(log, serialPath, "empty");
+
+    //   AlgorithmIdentifier ::= SEQUENCE { algorithm OID, parameters ANY OPTIONAL }
+    DataBuffer algId, content;
+    static const unsigned char kNullParams[] = {0x05, 0x00};
+    bool ok = appendOid(algId, alg->oid) && algId.append(kNullParams, sizeof kNullParams) &&
+              appendTlv(content, der::kSequence, algId) &&
+              appendTlv(content, der::kOctetString, nameHash) &&
+              appendTlv(content, der::kOctetString, keyHash) &&
+              appendTlv(content, der::kInteger, serial) && appendTlv(out, der::kSequence, content);
+    return ok || outOfMemory(log);
+}
+
+//   Extension ::= SEQUENCE {
+//       extnID     OBJECT IDENTIFIER,
+//       critical   BOOLEAN DEFAULT FALSE,
+//       extnValue  OCTET STRING }
+bool appendNonceExtension(const ClsJsonObject& spec, const std::string& path, DataBuffer& out,
+                          LogBase& log) {
+    DataBuffer nonce;
+    if (!base64Member(spec, path, nonce, log)) return false;
+    // The extnValue holds the DER of Nonce ::= OCTET STRING, so the member must be
+    // exactly one such element.
+    DerParser p(DerInput(nonce.getData2(), nonce.getSize()));
+    DerInput inner;
+    if (!p.read(der::kOctetString, &inner) || p.hasMore()) {
+        return bad(log, path, "not one DER OCTET STRING");
+    }
+    if (inner.size() < kMinNonce || inner.size() > kMaxNonce) {
+        return bad(log, path, "nonce length outside 1 to 32 octets");
+    }
+    DataBuffer ext;
+    bool ok = appendOid(ext, kNonceOid) && appendTlv(ext, der::kOctetString, nonce) &&
+              appendTlv(out, der::kSequence, ext);
+    return ok || outOfMemory(log);
+}
+
+//   requestExtensions [2] EXPLICIT Extensions OPTIONAL
+//   Extensions ::= SEQUENCE SIZE (1..MAX) OF Extension
+bool appendRequestExtensions(const ClsJsonObject& spec, DataBuffer& tbs, LogBase& log) {
+    if (!spec.hasMember("extensions")) return true;
+    int count = spec.sizeOfObject("extensions");
+    if (count < 0) return bad(log, "extensions", "must be an object");
+    if (count == 0) return true;  // an empty Extensions is not allowed: leave it out
+    DataBuffer list;
+    for (int i = 0; i < count; ++i) {
+        StringBuffer name;
+        if (!spec.memberNameAt("extensions", i, name)) return outOfMemory(log);
+        std::string path = std::string("extensions.") + name.getString();
+        if (!name.equals("ocspNonce")) return bad(log, path, "unsupported extension");
+        if (!appendNonceExtension(spec, path, list, log)) return false;
+    }
+    DataBuffer seq;
+    bool ok =
+        appendTlv(seq, der::kSequence, list) && appendTlv(tbs, der::contextConstructed(2), seq);
+    return ok || outOfMemory(log);
+}
+
+}  // namespace
+
+bool OcspRequestEncoder::encode(const ClsJsonObject& spec, DataBuffer& out, LogBase& log) {
+    LogContextExitor ctx(log, "createOcspRequest");
+
+    //   TBSRequest ::= SEQUENCE {
+    //       version            [0] EXPLICIT Version DEFAULT v1,
+    //       requestorName      [1] EXPLICIT GeneralName OPTIONAL,
+    //       requestList        SEQUENCE OF Request,
+    //       requestExtensions  [2] EXPLICIT Extensions OPTIONAL }
+    if (!spec.hasMember("request")) return missing(log, "request");
+    int numRequests = spec.sizeOfArray("request");
+    if (numRequests <= 0) return bad(log, "request", "must be a non-empty array");
+
+    DataBuffer requestList;
+    for (int i = 0; i < numRequests; ++i) {
+        std::string cert = "request[" + std::to_string(i) + "].cert";
+        if (!spec.hasMember(cert.c_str())) return missing(log, cert);
+        if (!spec.isObjectAt(cert.c_str())) return bad(log, cert, "must be an object");
+        //   Request ::= SEQUENCE {
+        //       reqCert                  CertID,
+        //       singleRequestExtensions  [0] EXPLICIT Extensions OPTIONAL }
+        DataBuffer certId;
+        if (!appendCertId(spec, cert, certId, log)) return false;
+        if (!appendTlv(requestList, der::kSequence, certId)) return outOfMemory(log);
+    }
+
+    DataBuffer tbs;
+    if (!appendTlv(tbs, der::kSequence, requestList)) return outOfMemory(log);
+    if (!appendRequestExtensions(spec, tbs, log)) return false;
+
+    //   OCSPRequest ::= SEQUENCE {
+    //       tbsRequest         TBSRequest,
+    //       optionalSignature  [0] EXPLICIT Signature OPTIONAL }
+    DataBuffer tbsRequest, request;
+    if (!appendTlv(tbsRequest, der::kSequence, tbs) ||
+        !appendTlv(request, der::kSequence, tbsRequest) || !out.append(request)) {
+        return outOfMemory(log);
+    }
+    return true;
+}

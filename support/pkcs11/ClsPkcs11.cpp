@@ -130,6 +130,16 @@ bool ClsPkcs11::openSession(long slotId, bool readWrite, LogBase& log) {
     return true;
 }
 
+bool ClsPkcs11::hasSession() {
+    CritSecExitor cs(this);
+    return m_session.isOpen();
+}
+
+unsigned long ClsPkcs11::sessionSlotId() {
+    CritSecExitor cs(this);
+    return m_session.slot();
+}
+
 bool ClsPkcs11::closeSession(LogBase&) {
     CritSecExitor cs(this);
     m_session.close();

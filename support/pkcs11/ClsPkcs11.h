@@ -55,9 +55,9 @@ class ClsPkcs11 : public RefCountedObject, public OrvaneCritSec {
     bool openSession(long slotId, bool readWrite, LogBase& log);
     // Closes the session (which also ends its login); true when none is open.
     bool closeSession(LogBase& log);
-    bool hasSession() const { return m_session.isOpen(); }
+    bool hasSession();
     // The slot of the open session; meaningful only while hasSession().
-    unsigned long sessionSlotId() const { return m_session.slot(); }
+    unsigned long sessionSlotId();
 
     // Logs the session in as userType (kUserNormal for the card holder). The PIN
     // is copied into a buffer that is wiped after the call and is never logged. A
@@ -73,7 +73,10 @@ class ClsPkcs11 : public RefCountedObject, public OrvaneCritSec {
     // False without a session; an error line only when the module fails.
     bool alreadyLoggedIn(int userType, LogBase& log);
 
-    // Forwards the certificate's DER to findPrivKeyHandleForCert.
+    // Forwards the certificate's DER to findPrivKeyHandleForCert. It takes the
+    // DER before entering this object's lock: callers such as the certificate's
+    // own hasPrivateKey hold the certificate's lock while calling here, so this
+    // object must never wait for a certificate's lock while holding its own.
     unsigned long findPrivKeyHandle(CertCore& cert, bool mustBeAbleToSign, int& keyType,
                                     int& expectedSigSize, LogBase& log);
 

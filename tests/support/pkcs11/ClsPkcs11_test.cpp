@@ -240,20 +240,6 @@ TEST_F(ClsPkcs11Test, FindsThePrivateKeyOfEachCertificate) {
     }
 }
 
-TEST_F(ClsPkcs11Test, DistinctCertificatesGetDistinctKeys) {
-    ClsPkcs11 p;
-    open(p, true);
-    std::vector<unsigned long> handles;
-    for (const char* cert : {"rsa_cert", "rsa_key", "ec256_key", "ec384_cert", "ed_token"}) {
-        LogTree log;
-        int keyType = 0, sigSize = 0;
-        handles.push_back(find(p, cert, true, keyType, sigSize, log));
-    }
-    std::sort(handles.begin(), handles.end());
-    EXPECT_EQ(std::unique(handles.begin(), handles.end()), handles.end());
-    EXPECT_NE(handles.front(), 0u);
-}
-
 TEST_F(ClsPkcs11Test, PrivateKeysStayHiddenUntilLogin) {
     ClsPkcs11 p;
     open(p, false);
@@ -412,8 +398,7 @@ TEST_F(ClsPkcs11Test, SignReportsTheTokensRefusal) {
     EXPECT_FALSE(p.sign(h, CKM_SHA256_RSA_PKCS, data, sizeof data, sig, log));
     EXPECT_TRUE(sig.isEmpty());
     // Tokens refuse a mechanism of another key type at C_SignInit or at C_Sign.
-    EXPECT_TRUE(log.hasError("C_SignInit failed.") || log.hasError("C_Sign failed."))
-        << log.text();
+    EXPECT_TRUE(log.hasError("C_SignInit failed.") || log.hasError("C_Sign failed.")) << log.text();
     EXPECT_EQ(log.numErrors(), 1) << log.text();
     // The session stays usable after a refused operation.
     EXPECT_TRUE(p.sign(h, CKM_ECDSA, data, sizeof data, sig, log)) << log.text();

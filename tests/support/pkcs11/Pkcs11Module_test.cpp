@@ -37,16 +37,6 @@ TEST(Pkcs11Module, LoadFailuresGiveOneClearLine) {
     }
 }
 
-TEST(Pkcs11Module, FailedLoadReleasesThePreviousModule) {
-    SoftHsmToken& token = SoftHsmToken::get();
-    ASSERT_TRUE(token.ok()) << token.error();
-    LogTree log;
-    Pkcs11Module m;
-    ASSERT_TRUE(m.load(SoftHsmToken::kModule, log)) << log.text();
-    EXPECT_FALSE(m.load("/nonexistent/module.so", log));
-    EXPECT_FALSE(m.isLoaded());
-}
-
 // The module is initialised once per process; an object that lets go must not
 // finalise it under another that still uses it, and the last one must finalise
 // so that a later load initialises afresh.

@@ -186,3 +186,11 @@ EmptySoftHsm::~EmptySoftHsm() {
 }
 
 }  // namespace ovtest
+
+// SoftHSM2 2.6.1 leaks the curve parameters it decodes (through OpenSSL) for each
+// EdDSA signature, 37 bytes a time. The module is unloaded before the leak report,
+// so only its libcrypto frames can be named. Nothing else in this test program
+// calls OpenSSL, so the suppression cannot hide a leak of ours.
+extern "C" const char* __lsan_default_suppressions() {
+    return "leak:libcrypto.so\n";
+}

@@ -257,6 +257,7 @@ bool normaliseDsaPrivate(DerInput der, DataBuffer& pkcs8, DataBuffer& spki, LogB
 //   attributes           [0]  IMPLICIT Attributes OPTIONAL,
 //   publicKey            [1]  IMPLICIT BIT STRING OPTIONAL }   -- version 1 only
 struct Pkcs8View {
+    uint64_t version = 0;
     AlgId alg;
     DerInput privateKey;
     DerInput publicKey;  // [1] without its unused-bits byte; empty when absent
@@ -265,9 +266,8 @@ struct Pkcs8View {
 bool readPkcs8(DerInput der, Pkcs8View* out) {
     DerParser top(der);
     DerParser seq;
-    uint64_t version = 0;
     if (!top.readSequence(&seq) || top.hasMore()) return false;
-    if (!seq.readUint64(&version) || version > 1) return false;
+    if (!seq.readUint64(&out->version) || out->version > 1) return false;
     if (!readAlgId(seq, &out->alg)) return false;
     if (!seq.read(der::kOctetString, &out->privateKey)) return false;
     if (seq.nextIs(der::contextConstructed(0)) && !seq.skip()) return false;
@@ -278,6 +278,14 @@ bool readPkcs8(DerInput der, Pkcs8View* out) {
         out->publicKey = bits.sub(1, bits.size() - 1);
     }
     return !seq.hasMore();
+}
+
+// Keeps a version 0 PrivateKeyInfo as it came (attributes included). Version 1
+// (OneAsymmetricKey, RFC 5958) is rewritten as version 0 without the public key,
+// which OpenSSL 3.0 and older readers refuse.
+bool storePkcs8(const Pkcs8View& v, DerInput der, DataBuffer& pkcs8) {
+    if (v.version == 0) return pkcs8.append(der.data(), static_cast<unsigned>(der.size()));
+    return wrapPkcs8(v.alg.whole, v.privateKey, pkcs8);
 }
 
 bool normalisePkcs8(DerInput der, DataBuffer& pkcs8, DataBuffer& spki, LogBase& log) {
@@ -295,7 +303,7 @@ bool normalisePkcs8(DerInput der, DataBuffer& pkcs8, DataBuffer& spki, LogBase& 
             if (!top.readSequence(&seq) || !seq.readUint64(&version) || !seq.readIntegerBytes(&n) ||
                 !seq.readIntegerBytes(&e) || !isPositiveInteger(n) || !isPositiveInteger(e))
                 return logBad(log, "Invalid RSA private key.");
-            if (!pkcs8.append(der.data(), static_cast<unsigned>(der.size()))) return false;
+            if (!storePkcs8(v, der, pkcs8)) return false;
             // A PSS key keeps its restricting parameters; plain RSA gets the usual NULL.
             if (!strcmp(v.alg.oid, keyoid::kRsaEncryption)) algIn = DerInput();
             return rsaSpki(algIn, n, e, spki);
@@ -307,7 +315,7 @@ bool normalisePkcs8(DerInput der, DataBuffer& pkcs8, DataBuffer& spki, LogBase& 
             char curve[40];
             if (params.empty()) return logBad(log, "The EC private key does not name its curve.");
             if (!namedCurve(params, curve, sizeof curve, log) || !ecAlgId(curve, alg)) return false;
-            if (!pkcs8.append(der.data(), static_cast<unsigned>(der.size()))) return false;
+            if (!storePkcs8(v, der, pkcs8)) return false;
             DerInput point = k.pubPoint.empty() ? v.publicKey : k.pubPoint;
             return point.empty() || buildSpki(DerInput(alg.getData2(), alg.getSize()), point, spki);
         }
@@ -316,7 +324,7 @@ bool normalisePkcs8(DerInput der, DataBuffer& pkcs8, DataBuffer& spki, LogBase& 
         case KeyKind::Ed448:
             // The public value is not stored beside these (unless version 1 carries
             // it); it is computed from the private one.
-            if (!pkcs8.append(der.data(), static_cast<unsigned>(der.size()))) return false;
+            if (!storePkcs8(v, der, pkcs8)) return false;
             return v.publicKey.empty() || buildSpki(algIn, v.publicKey, spki);
         default:
             log.logError("Unsupported private key algorithm.");

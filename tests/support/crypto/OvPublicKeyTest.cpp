@@ -474,3 +474,30 @@ TEST_F(OvPublicKeyTest, OtherAlgorithmsArePublicOnly) {
 }
 
 }  // namespace
+
+namespace {
+
+// A version 1 PKCS#8 (RFC 5958) carries the public key: it is taken from there,
+// and the key is kept as the version 0 form every reader accepts.
+TEST_F(OvPublicKeyTest, Pkcs8Version1WithPublicKey) {
+    const std::string kf = shq(fixture("ed25519.key.pem"));
+    std::string v0, spki;
+    ASSERT_TRUE(opensslCli("pkcs8 -topk8 -nocrypt -in " + kf + " -outform DER", &v0));
+    ASSERT_TRUE(opensslCli("pkey -in " + kf + " -pubout -outform DER", &spki));
+    ASSERT_EQ(48u, v0.size());
+    ASSERT_EQ(44u, spki.size());
+    // 30 51 | 02 01 01 | AlgorithmIdentifier, privateKey (as in v0) | 81 21 00 <32-byte key>
+    std::string v1 = std::string("\x30\x51\x02\x01\x01", 5) + v0.substr(5) +
+                     std::string("\x81\x21\x00", 3) + spki.substr(12);
+    LogTree log;
+    _ovPublicKey k;
+    ASSERT_TRUE(k.loadAnyDer(toDb(v1), log)) << log.text();
+    DataBuffer pub, priv;
+    ASSERT_TRUE(k.toPubKeyDer(true, pub, log));
+    EXPECT_TRUE(spki == toStr(pub));
+    ASSERT_TRUE(k.toPrivKeyDer(true, priv, log));
+    EXPECT_TRUE(v0 == toStr(priv));
+    EXPECT_NE(nullptr, k.evpKey(log)) << log.text();
+}
+
+}  // namespace

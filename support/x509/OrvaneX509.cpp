@@ -13,17 +13,13 @@
 #include "support/base/XString.h"
 #include "support/crypto/OvHash.h"
 #include "support/crypto/OvPublicKey.h"
+#include "support/crypto/SigVerify.h"
 #include "support/time/OrvaneSysTime.h"
 #include "support/x509/X509Ext.h"
 #include "support/x509/X509KeyInfo.h"
 #include "support/x509/X509Name.h"
 #include "support/x509/X509NameXml.h"
 #include "support/x509/X509Pkcs7.h"
-
-#if __has_include("support/crypto/SigVerify.h")
-#include "support/crypto/SigVerify.h"
-#define OV_HAVE_SIGVERIFY 1
-#endif
 
 namespace {
 
@@ -738,11 +734,7 @@ bool OrvaneX509::verifyCertSignature(OrvaneX509* issuer, LogBase& log) const {
     // otherwise the signed bytes do not say which algorithm was meant.
     if (!view(m_tbsSigAlg).equals(signatureAlgDer()))
         return fail(log, "Certificate signature algorithms inside and outside the TBS differ.");
-#ifdef OV_HAVE_SIGVERIFY
     return ovVerifySignature(signer->spkiDer(), signatureAlgDer(), tbsDer(), signatureBits(), log);
-#else
-    return fail(log, "Signature verification is not available.");
-#endif
 }
 
 // ---- Holder --------------------------------------------------------------------

@@ -20,6 +20,8 @@ class ClsJsonObject;
 class ClsPkcs11;
 class ClsPem;
 class SystemCerts;
+class _ovAsn1;
+class OrvaneSysTime;
 
 // Reference counted, starting at 0: the first holder takes a reference. The
 // object is its own recursive lock; operations that read or change it check
@@ -81,6 +83,148 @@ class CertCore : public RefCountedObject, public OrvaneCritSec {
     bool getX509PKIPathv1(StringBuffer& out, LogBase& log);
     // Writes the DER to the file (created or replaced).
     bool saveCert(XString& path, LogBase& log);
+
+    // ---- Distinguished names (cert/query/CertNames.cpp) -----------------------
+    // Every query here returns false (null) at once, touching nothing, when the
+    // object fails its sentinel check; otherwise it holds the lock until it
+    // returns. XString outputs are replaced (cleared after locking, so a
+    // certificate-less object leaves them empty); an object without a parsed
+    // certificate answers false (null) and logs nothing.
+
+    // One attribute of the subject / issuer by short name: "CN", "C", "L", "O",
+    // "OU", "S" or "ST" (state), "E"; the subject also knows "SERIALNUMBER"
+    // (2.5.4.5). Any other name (lower case included) goes to the parser's
+    // lookup by name or dotted OID; when that fails too, logs "Unrecognized
+    // certificate subject part" / "... issuer part" and the "part" value.
+    bool getSubjectPart(const char* partName, XString& out, LogBase& log);
+    bool getIssuerPart(const char* partName, XString& out, LogBase& log);
+    // The whole name as one line, with "CN=" style tags or bare values.
+    bool getSubjectDN(XString& out, LogBase& log);
+    bool getIssuerDN(XString& out, LogBase& log);
+    bool getSubjectDN_noTags(XString& out, LogBase& log);
+    bool getIssuerDN_noTags(XString& out, LogBase& log);
+    // The same with the RDN order and the parser's text style chosen.
+    bool getDN_ordered(bool reverseOrder, bool subject, bool withTags, int style, XString& out,
+                       LogBase& log);
+    // Appends the name's JSON members (no braces); out is not cleared.
+    bool getDnJson(bool subject, StringBuffer& out, LogBase& log);
+    // The name as an ASN.1 tree holding one reference for the caller (release
+    // with decRefCount); null on failure.
+    _ovAsn1* getSubjectDnAsn(LogBase& log);
+    _ovAsn1* getIssuerDnAsn(LogBase& log);
+    // Serial hex, ":" and the issuer DN.
+    bool getIssuerSerial(XString& out, LogBase& log);
+    // First rfc822Name of the subject alternative names.
+    bool getRfc822Name(XString& out, LogBase& log);
+    // The subject's emailAddress, else the first rfc822Name.
+    bool getEmailAddress(XString& out, LogBase& log);
+    // Subject and issuer names are equal.
+    bool isIssuerSelf(LogBase& log);
+    // Whether the subject's country (the issuer's only when the subject has
+    // none) is in the fixed table of EU/EEA codes, ASCII case ignored. No lock of
+    // its own beyond those of the two part getters; logs nothing itself.
+    bool is_country_eu(LogBase& log);
+
+    // ---- Extensions and key usage (cert/query/CertExtensions.cpp) ----------------
+    // Sentinel check, then lock; false (0) without a parsed certificate. Outputs
+    // are replaced, except getExtensionText, which appends. getExtensionDer,
+    // getExtensionBinaryData and getExtendedKeyUsage clear their output even
+    // before the sentinel check; the others clear after locking.
+
+    // The extension's value as DER (the contents of extnValue).
+    bool getExtensionDer(const char* oid, DataBuffer& out, LogBase& log);
+    // The content octets of that value's outermost element.
+    bool getExtensionBinaryData(const char* oid, DataBuffer& out, LogBase& log);
+    // The extension's one-line text form, appended (out is never cleared).
+    bool getExtensionText(const char* oid, StringBuffer& out, LogBase& log);
+    // The extension's value rendered as ASN.1 XML.
+    bool getExtensionXml(const char* oid, StringBuffer& out, LogBase& log);
+    // The subject key identifier in upper-case hex.
+    bool getSubjectKeyIdentifier(StringBuffer& out, LogBase& log);
+    bool getSubjectAlternativeNameXml(XString& out, LogBase& log);
+    // Comma-separated names of the known purposes ("serverAuth,clientAuth,...")
+    // whose OID text occurs anywhere in the extended key usage XML, in a fixed
+    // order. True with an empty out when the extension names none of them;
+    // false when the extension is absent.
+    bool getExtendedKeyUsage(StringBuffer& out, LogBase& log);
+    // The first byte of the key usage bits (0x80 digitalSignature ... 0x01
+    // encipherOnly); 0 when absent. decipherOnly is never reported.
+    int getIntendedKeyUsage(LogBase& log);
+    // The authority key identifier's bytes into keyId (replaced) and, when
+    // keyIdBase64 is not null, its base64 text (replaced). True when keyId is
+    // not empty.
+    bool getAuthorityKeyIdentifier(DataBuffer& keyId, XString* keyIdBase64, LogBase& log);
+    // 1, 2 or 3; 0 on failure.
+    int getVersion(LogBase& log);
+    // Purpose tests against the extended key usage extension; a certificate
+    // without that extension is accepted for none of them. forSecureEmail also
+    // accepts a certificate whose subject e-mail attribute holds an "@".
+    bool forSecureEmail(LogBase& log);
+    bool forServerAuthentication(LogBase& log);
+    bool forClientAuthentication(LogBase& log);
+    bool forCodeSigning(LogBase& log);
+    bool forTimeStamping(LogBase& log);
+
+    // ---- Identity, validity and fingerprints (cert/query/CertIdentity.cpp) -------
+    // Sentinel check, then lock; outputs are replaced (cleared after locking)
+    // unless said otherwise; false without a parsed certificate, logging nothing.
+
+    // The serial as the upper-case hex of the INTEGER's content octets.
+    bool getSerialNumber(XString& out, LogBase& log);
+    // The serial's octets read as an unsigned number, in decimal (no length
+    // limit; a leading 00 gives no digit). False when out stays empty.
+    bool getSerialDecimal(XString& out, LogBase& log);
+    // notBefore / notAfter in UTC; out is left as it was when nothing is parsed.
+    void getValidFrom(OrvaneSysTime& out, LogBase& log);
+    void getValidTo(OrvaneSysTime& out, LogBase& log);
+    // notBefore / notAfter as RFC 3339 text ("YYYY-MM-DDThh:mm:ssZ"), replacing
+    // out. Without a valid object or a parsed certificate the text of the
+    // default date record (1970-01-01T00:00:00Z) is written instead.
+    void getValidFromSb(StringBuffer& out, LogBase& log);
+    void getValidToSb(StringBuffer& out, LogBase& log);
+    bool isCertExpired(LogBase& log);
+    // The library's 64-bit key id of the public key (16 hex digits).
+    bool getOrvaneKeyId64(StringBuffer& out, LogBase& log);
+    // DER of a part, replacing out (cleared before any check): 0 issuer name,
+    // 1 subject name, 2 the SubjectPublicKeyInfo, any other value the public key
+    // bits as hashed for OCSP.
+    bool getPartDer(int part, DataBuffer& out, LogBase& log);
+    // The SubjectPublicKeyInfo DER.
+    bool getPublicKeyAsDER(DataBuffer& out, LogBase& log);
+    // The subjectPublicKey bit string's bytes (OCSP issuer key hash input).
+    bool getPublicKeyForOCSP(DataBuffer& out, LogBase& log);
+    // Hash of the SubjectPublicKeyInfo in hashAlg ("sha256", ...) encoded as
+    // encoding ("base64", "hex", ...); out is appended to, not cleared.
+    bool getSpkiFingerprint(XString& hashAlg, XString& encoding, XString& out, LogBase& log);
+    // SHA-1 of the DER as 20 bytes / 40 upper-case hex digits. True whenever a
+    // parsed certificate exists.
+    bool getSha1Thumbprint(DataBuffer& out, LogBase& log);
+    bool getSha1ThumbprintX(XString& out, LogBase& log);
+    // The signature bytes.
+    bool getCertSignature(DataBuffer& out, LogBase& log);
+    // Checks this certificate's signature with the issuer's key (null: its own
+    // key). The issuer is neither checked nor locked.
+    bool verifyCertSignature(CertCore* issuer, LogBase& log);
+    // The whole certificate as ASN.1 XML.
+    bool toXml(XString& out, LogBase& log);
+
+    // ---- Public key and key type (cert/keys/CertPublicKey.cpp) ------------------
+
+    // Loads the certificate's public key into key (replaced). Log context
+    // "getCertPublicKey"; logs why it failed.
+    bool getCertPublicKey(_ovPublicKey& key, LogBase& log);
+    // The key-type code (0 unknown, 1 RSA, 2 DSA, 3 ECDSA, 5 Ed25519) and the key
+    // size in bits, cached in m_keyType / m_keyBits once non-zero. Not locked.
+    int getCertKeyType(int& bits, LogBase& log);
+    // The same, loading the key into the caller's container when the type is not
+    // cached yet (a cached type leaves key untouched).
+    int getCertKeyType2(int& bits, _ovPublicKey& key, LogBase& log);
+    // Appends "rsa", "dsa", "ecdsa", "eddsa" or "unknown".
+    bool appendCertKeyType(StringBuffer& out, LogBase& log);
+    // Replaces out with the public key DER: spki true gives the
+    // SubjectPublicKeyInfo, false the algorithm's own form (PKCS#1 for RSA).
+    // Logs nothing of its own; out untouched when the object is invalid.
+    bool getPublicKeyAsDER_2(bool spki, DataBuffer& out, LogBase& log);
 
     // ---- Fields, in declaration order ----------------------------------------
     uint32_t m_magic;

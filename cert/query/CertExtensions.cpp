@@ -1,0 +1,198 @@
+// Extension queries of CertCore. The fixed questions (extended key usage,
+// purposes, key usage bits, authority key id) are answered by text tests on
+// the parser's ASN.1 XML rendering of the extension; the literals below are
+// what callers have come to depend on, quirks included.
+#include "cert/CertCore.h"
+#include "support/base/ovstr.h"
+
+namespace {
+
+const char* const kOidExtKeyUsage = "2.5.29.37";  // id-ce-extKeyUsage
+const char* const kOidKeyUsage = "2.5.29.15";     // id-ce-keyUsage
+const char* const kOidAuthKeyId = "2.5.29.35";    // id-ce-authorityKeyIdentifier
+
+struct EkuRow {
+    const char* oid;
+    const char* text;
+};
+
+// Reported in this order whatever the certificate's order.
+const EkuRow kEkuNames[] = {
+    {"1.3.6.1.5.5.7.3.1", "serverAuth,"},       // id-kp-serverAuth
+    {"1.3.6.1.5.5.7.3.2", "clientAuth,"},       // id-kp-clientAuth
+    {"1.3.6.1.5.5.7.3.3", "codeSigning,"},      // id-kp-codeSigning
+    {"1.3.6.1.5.5.7.3.4", "emailProtection,"},  // id-kp-emailProtection
+    {"1.3.6.1.5.5.7.3.8", "timeStamping,"},     // id-kp-timeStamping
+    {"1.3.6.1.5.5.7.3.9", "OCSPSigning,"},      // id-kp-OCSPSigning
+};
+
+}  // namespace
+
+bool CertCore::getExtensionDer(const char* oid, DataBuffer& out, LogBase& log) {
+    out.clear();
+    if (m_magic != kMagic) return false;
+    CritSecExitor lock(this);
+    OrvaneX509* x = getX509();
+    return x ? x->getExtensionDerDataByOid(oid, out, log) : false;
+}
+
+bool CertCore::getExtensionBinaryData(const char* oid, DataBuffer& out, LogBase& log) {
+    out.clear();
+    if (m_magic != kMagic) return false;
+    CritSecExitor lock(this);
+    OrvaneX509* x = getX509();
+    return x ? x->getExtensionDataByOid(oid, out, log) : false;
+}
+
+bool CertCore::getExtensionText(const char* oid, StringBuffer& out, LogBase& log) {
+    if (m_magic != kMagic) return false;
+    CritSecExitor lock(this);
+    OrvaneX509* x = getX509();
+    return x ? x->getExtensionTextByOid(oid, out, log) : false;
+}
+
+bool CertCore::getExtensionXml(const char* oid, StringBuffer& out, LogBase& log) {
+    if (m_magic != kMagic) return false;
+    CritSecExitor lock(this);
+    out.clear();
+    OrvaneX509* x = getX509();
+    return x ? x->getExtensionAsnXmlByOid(oid, out, log) : false;
+}
+
+bool CertCore::getSubjectKeyIdentifier(StringBuffer& out, LogBase& log) {
+    if (m_magic != kMagic) return false;
+    CritSecExitor lock(this);
+    out.clear();
+    OrvaneX509* x = getX509();
+    return x ? x->getSubjectKeyIdentifier(out, log) : false;
+}
+
+bool CertCore::getSubjectAlternativeNameXml(XString& out, LogBase& log) {
+    if (m_magic != kMagic) return false;
+    CritSecExitor lock(this);
+    out.clear();
+    OrvaneX509* x = getX509();
+    return x ? x->getSubjectAlternativeNameXml(out, log) : false;
+}
+
+bool CertCore::getExtendedKeyUsage(StringBuffer& out, LogBase& log) {
+    out.clear();
+    if (m_magic != kMagic) return false;
+    CritSecExitor lock(this);
+    OrvaneX509* x = getX509();
+    if (!x) return false;
+    StringBuffer xml;
+    if (!x->getExtensionAsnXmlByOid(kOidExtKeyUsage, xml, log)) return false;
+    // A bare substring test, not an element match: 1.3.6.1.5.5.7.3.17 also
+    // reports serverAuth. Existing callers see that answer; keep it.
+    for (const EkuRow& row : kEkuNames) {
+        if (xml.containsSubstring(row.oid)) out.append(row.text);
+    }
+    if (!out.isEmpty()) out.shorten(1);
+    return true;
+}
+
+int CertCore::getIntendedKeyUsage(LogBase& log) {
+    if (m_magic != kMagic) return 0;
+    CritSecExitor lock(this);
+    OrvaneX509* x = getX509();
+    if (!x) return 0;
+    StringBuffer xml;
+    if (!x->getExtensionAsnXmlByOid(kOidKeyUsage, xml, log)) return 0;
+    // The rendering is <bits unused="n">HEX</bits>, the text being the bit
+    // string's content bytes: the first two hex digits are bits 0..7.
+    if (!xml.beginsWith("<bits")) return 0;
+    const char* s = xml.getString();
+    const char* gt = ovStrChr(s, '>');
+    if (!gt) return 0;
+    int value = static_cast<int>(ov_valHexN(gt + 1, 2));
+    log.LogHex("intendedKeyUsage", static_cast<unsigned>(value));
+    return value;
+}
+
+bool CertCore::getAuthorityKeyIdentifier(DataBuffer& keyId, XString* keyIdBase64, LogBase& log) {
+    if (m_magic != kMagic) return false;
+    CritSecExitor lock(this);
+    keyId.clear();
+    if (keyIdBase64) keyIdBase64->weakClear();
+    OrvaneX509* x = getX509();
+    if (!x) return false;
+    StringBuffer xml;
+    if (!x->getExtensionAsnXmlByOid(kOidAuthKeyId, xml, log)) return false;
+    // <sequence><contextSpecific tag="0" ...>BASE64</contextSpecific>...: the
+    // first '>' ends the sequence's start tag, the second that of the first
+    // context-specific element, whose primitive content is written in base64.
+    xml.chopAtSubstr("</contextSpecific>", false);
+    const char* s = xml.getString();
+    const char* first = ovStrChr(s, '>');
+    if (!first) return false;
+    const char* second = ovStrChr(first + 1, '>');
+    if (!second) return false;
+    const char* b64 = second + 1;
+    if (keyIdBase64) {
+        keyIdBase64->appendUtf8(b64);
+        keyIdBase64->trim2();
+    }
+    keyId.appendEncoded(b64, "base64");
+    return !keyId.isEmpty();
+}
+
+int CertCore::getVersion(LogBase& log) {
+    if (m_magic != kMagic) return 0;
+    CritSecExitor lock(this);
+    OrvaneX509* x = getX509();
+    if (!x) return 0;
+    XString version;
+    if (!x->get_Version(version, log)) return 0;
+    return version.intValue();
+}
+
+// The extended key usage XML without whitespace, so that element literals
+// match however the renderer lays it out; false when the extension is absent.
+static bool ekuXmlCompact(OrvaneX509* x, StringBuffer& xml, LogBase& log) {
+    if (!x->getExtensionAsnXmlByOid(kOidExtKeyUsage, xml, log)) return false;
+    xml.removeFws();
+    return true;
+}
+
+// Shared body of the purpose tests that look for one element only.
+static bool hasPurpose(CertCore& cert, const char* element, LogBase& log) {
+    if (cert.m_magic != CertCore::kMagic) return false;
+    CritSecExitor lock(&cert);
+    OrvaneX509* x = cert.getX509();
+    if (!x) return false;
+    StringBuffer xml;
+    if (!ekuXmlCompact(x, xml, log)) return false;
+    return xml.containsSubstring(element);
+}
+
+bool CertCore::forServerAuthentication(LogBase& log) {
+    return hasPurpose(*this, "<oid>1.3.6.1.5.5.7.3.1</oid>", log);
+}
+
+bool CertCore::forClientAuthentication(LogBase& log) {
+    return hasPurpose(*this, "<oid>1.3.6.1.5.5.7.3.2</oid>", log);
+}
+
+bool CertCore::forCodeSigning(LogBase& log) {
+    return hasPurpose(*this, "<oid>1.3.6.1.5.5.7.3.3</oid>", log);
+}
+
+bool CertCore::forTimeStamping(LogBase& log) {
+    return hasPurpose(*this, "<oid>1.3.6.1.5.5.7.3.8</oid>", log);
+}
+
+bool CertCore::forSecureEmail(LogBase& log) {
+    if (m_magic != kMagic) return false;
+    CritSecExitor lock(this);
+    OrvaneX509* x = getX509();
+    if (!x) return false;
+    StringBuffer xml;
+    if (!ekuXmlCompact(x, xml, log)) return false;
+    if (xml.containsSubstring("<oid>1.3.6.1.5.5.7.3.4</oid>")) return true;
+    // Lenient on purpose: a certificate restricted to other purposes still
+    // passes when its subject carries an e-mail address.
+    XString email;
+    x->get_SubjectE(email, log);
+    return email.containsSubstringUtf8("@");
+}

@@ -49,26 +49,75 @@ bool appendHeader(DataBuffer& out, unsigned tagClass, bool constructed, unsigned
     return out.append(hdr, static_cast<unsigned>(i));
 }
 
-// Whether the contents are a run of items in strict DER form all the way down.
+// Universal types whose BER encoding may be split into constructed segments,
+// which DER forbids: the bit, octet and character strings, and the times.
+bool isStringType(unsigned tagClass, unsigned tagNumber) {
+    return tagClass == 0 && (tagNumber == 3 || tagNumber == 4 || tagNumber == 12 ||
+                             (tagNumber >= 18 && tagNumber <= 28) || tagNumber == 30);
+}
+
+// Whether the contents are a run of items in strict DER all the way down.
 bool isStrictDer(DerInput contents, int depth) {
     if (depth > der::kMaxDepth) return false;
     DerParser p(contents, false);
     while (p.hasMore()) {
         DerElement e;
         if (!p.readAny(&e)) return false;
-        if (e.constructed && !isStrictDer(e.contents, depth + 1)) return false;
+        if (e.constructed) {
+            if (isStringType(e.tagClass, e.tagNumber)) return false;
+            if (!isStrictDer(e.contents, depth + 1)) return false;
+        }
     }
     return true;
 }
 
-// Rewrites BER contents as DER: every length definite and in shortest form.
+// Joins the segments of a constructed BER string into its primitive content.
+// Every segment must carry the string's own tag. A BIT STRING's segments each
+// start with an unused-bits count, of which only the last may be non-zero.
+bool joinSegments(DerInput contents, unsigned tagNumber, DataBuffer& bytes, unsigned& unused,
+                  int depth) {
+    if (depth > der::kMaxDepth) return false;
+    DerParser p(contents, true);
+    while (p.hasMore()) {
+        DerElement e;
+        if (!p.readAny(&e) || e.tagClass != 0 || e.tagNumber != tagNumber) return false;
+        if (e.constructed) {
+            if (!joinSegments(e.contents, tagNumber, bytes, unused, depth + 1)) return false;
+            continue;
+        }
+        DerInput c = e.contents;
+        if (tagNumber == 3) {
+            if (c.empty() || c[0] > 7 || unused != 0) return false;
+            unused = c[0];
+            c = c.sub(1, c.size() - 1);
+        }
+        if (!bytes.append(c.data(), static_cast<unsigned>(c.size()))) return false;
+    }
+    return true;
+}
+
+bool appendJoined(DataBuffer& out, unsigned tagNumber, const DataBuffer& bytes, unsigned unused) {
+    bool bits = tagNumber == 3;
+    if (!appendHeader(out, 0, false, tagNumber, bytes.getSize() + (bits ? 1 : 0))) return false;
+    if (bits && !out.appendChar(static_cast<unsigned char>(unused))) return false;
+    return out.append(bytes);
+}
+
+// Rewrites BER contents as DER: every length definite and in shortest form, and
+// constructed strings joined into one primitive.
 bool transcodeBer(DerInput contents, DataBuffer& out, int depth) {
     if (depth > der::kMaxDepth) return false;
     DerParser p(contents, true);
     while (p.hasMore()) {
         DerElement e;
         if (!p.readAny(&e)) return false;
-        if (e.constructed) {
+        if (e.constructed && isStringType(e.tagClass, e.tagNumber)) {
+            DataBuffer joined;
+            unsigned unused = 0;
+            if (!joinSegments(e.contents, e.tagNumber, joined, unused, depth + 1) ||
+                !appendJoined(out, e.tagNumber, joined, unused))
+                return false;
+        } else if (e.constructed) {
             DataBuffer inner;
             if (!transcodeBer(e.contents, inner, depth + 1)) return false;
             if (!appendHeader(out, e.tagClass, true, e.tagNumber, inner.getSize()) ||
@@ -266,7 +315,8 @@ bool _ovAsn1::encodeInto(DataBuffer& out, bool normalizeBer, int depth, LogBase&
         direct = DerInput(preEncodedContent->getData2(), preEncodedContent->getSize());
     } else if (!m_constructed) {
         direct = m_content;
-    } else if (!m_partsDecoded && (!normalizeBer || isStrictDer(m_content, m_depth + 1))) {
+    } else if (!m_partsDecoded && (!normalizeBer || (!isStringType(m_tagClass, m_tag) &&
+                                                     isStrictDer(m_content, m_depth + 1)))) {
         direct = m_content;
     } else {
         haveDirect = false;
@@ -278,6 +328,19 @@ bool _ovAsn1::encodeInto(DataBuffer& out, bool normalizeBer, int depth, LogBase&
     if (depth > kMaxEncodeDepth) {
         log.logError("ASN.1 tree is nested too deeply to encode");
         return false;
+    }
+    if (normalizeBer && isStringType(m_tagClass, m_tag)) {
+        // A string read in BER segments becomes one primitive, as DER wants.
+        DataBuffer segments;
+        if (!encodeContents(segments, log)) return false;
+        DataBuffer joined;
+        unsigned unused = 0;
+        if (!joinSegments(DerInput(segments.getData2(), segments.getSize()), m_tag, joined, unused,
+                          m_depth + 1)) {
+            log.logError("ASN.1 string segments cannot be joined");
+            return false;
+        }
+        return appendJoined(out, m_tag, joined, unused);
     }
     DataBuffer body;
     if (m_partsDecoded) {

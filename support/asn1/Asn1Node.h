@@ -61,15 +61,16 @@ class _ovAsn1 : public RefCountedObject {
     bool getOidText(StringBuffer& out) const;
 
     // Appends the DER encoding of this node. Lengths are always written in
-    // definite, shortest form. normalizeBer chooses what happens to contents
-    // that were read but never decoded: false copies them exactly as read (the
-    // fast path, which keeps any BER inside them); true rewrites BER found in
-    // them (indefinite and padded lengths) as DER, and fails when they do not
-    // parse. Parts of a SET are written in their stored order, not re-sorted, so
-    // that names which a CA issued unsorted keep their signed bytes. When
-    // preEncodedContent is set, those bytes are written verbatim as this node's
-    // contents instead of its parts. False, with a log line and out unchanged, on
-    // failure.
+    // definite, shortest form. normalizeBer chooses how far BER read from input
+    // is rewritten: false copies undecoded contents exactly as read (the fast
+    // path, which keeps any BER inside them) and writes decoded nodes in the
+    // form they were read; true rewrites all BER as DER: indefinite and padded
+    // lengths inside undecoded contents, and strings split into constructed
+    // segments (joined into one primitive). Parts of a SET are written in their
+    // stored order, not re-sorted, so that names which a CA issued unsorted keep
+    // their signed bytes. When preEncodedContent is set, those bytes are written
+    // verbatim as this node's contents instead of its parts. False, with a log
+    // line and out unchanged, on failure (contents that do not parse, with true).
     bool EncodeToDer(DataBuffer& out, bool normalizeBer, LogBase& log) const;
 
     // Builders. Each returns a new node with one reference for the caller, or

@@ -254,8 +254,9 @@ bool textToOid(const char* text, unsigned char* out, size_t outSize, size_t* out
         if (*p < '0' || *p > '9' || count == 64) return false;
         uint64_t v = 0;
         while (*p >= '0' && *p <= '9') {
-            if (v > (UINT64_MAX - 9) / 10) return false;
-            v = v * 10 + static_cast<uint64_t>(*p - '0');
+            uint64_t digit = static_cast<uint64_t>(*p - '0');
+            if (v > (UINT64_MAX - digit) / 10) return false;  // the arc would overflow
+            v = v * 10 + digit;
             ++p;
         }
         arcs[count++] = v;

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "OcspTestCa.h"
 #include "support/base/DataBuffer.h"
@@ -107,33 +109,58 @@ TEST_F(OcspEncoderVsOpenssl, OpensslReadsOurNonce) {
     EXPECT_NE(text.find("Hash Algorithm: sha1"), std::string::npos) << text;
 }
 
-// Fixed, well-formed values for descriptions that need no openssl.
-constexpr const char* kHash20 = "AAECAwQFBgcICQoLDA0ODxAREhM=";
-constexpr const char* kHash32 = "AAECAwQFBgcICQoLDA0ODxAREhMUFRYXGBkaGxwdHh8=";
-
-// Replaces $N and $K by the 20-byte hash and $L by the 32-byte one.
-std::string expand(std::string s) {
-    for (auto [from, to] :
-         {std::pair<std::string, std::string>{"$N", kHash20}, {"$K", kHash20}, {"$L", kHash32}}) {
-        for (size_t p; (p = s.find(from)) != std::string::npos;) s.replace(p, from.size(), to);
+// A description from fixed, well-formed parts. cert holds the members of
+// request[0].cert: the defaults below, with "name" removed by "-name" and
+// replaced by "name":value; tail follows the request array.
+std::string description(const std::vector<std::string>& certEdits, const std::string& tail = "") {
+    std::vector<std::pair<std::string, std::string>> cert = {
+        {"hashAlg", "\"sha1\""},
+        {"issuerNameHash", "\"AAECAwQFBgcICQoLDA0ODxAREhM=\""},  // 20 bytes
+        {"issuerKeyHash", "\"AAECAwQFBgcICQoLDA0ODxAREhM=\""},
+        {"serialNumber", "\"00C0FFEE\""},
+    };
+    for (const std::string& e : certEdits) {
+        bool remove = e[0] == '-';
+        std::string name = remove ? e.substr(1) : e.substr(1, e.find('"', 1) - 1);
+        std::string value = remove ? "" : e.substr(e.find(':') + 1);
+        bool found = false;
+        for (auto it = cert.begin(); it != cert.end() && !found; ++it) {
+            if (it->first != name) continue;
+            found = true;
+            if (remove) {
+                cert.erase(it);
+                break;
+            }
+            it->second = value;
+        }
+        if (!found && !remove) cert.emplace_back(name, value);
     }
-    return s;
+    std::string members;
+    for (const auto& m : cert)
+        members += (members.empty() ? "\"" : ",\"") + m.first + "\":" + m.second;
+    return R"({"request":[{"cert":{)" + members + "}}]" + tail + "}";
 }
 
-std::string encodeOrEmpty(const char* json, LogTree& log) {
+std::string encodeOrEmpty(const std::string& json, LogTree& log) {
     ClsJsonObject j;
-    if (!j.load(expand(json).c_str(), log)) return "<bad json>";
+    if (!j.load(json.c_str(), log)) return "<bad json>";
     DataBuffer out;
     if (!OcspRequestEncoder::encode(j, out, log)) return "";
     return str(out);
 }
 
+std::string withNonce(const char* b64) {
+    return std::string(R"(,"extensions":{"ocspNonce":")") + b64 + "\"}";
+}
+
 TEST(OcspRequestEncoder, BadDescriptionsNameTheMember) {
     const std::string missing = "Missing member in the OCSP request description: ";
     const std::string bad = "Bad value in the OCSP request description: ";
+    const char* c0 = "request[0].cert";
+    const char* hash32 = "\"AAECAwQFBgcICQoLDA0ODxAREhMUFRYXGBkaGxwdHh8=\"";
     struct Case {
         const char* name;
-        const char* json;
+        std::string json;
         std::string error;
         const char* reason;  // logged "reason", or "<none>"
     };
@@ -142,83 +169,63 @@ TEST(OcspRequestEncoder, BadDescriptionsNameTheMember) {
         {"request not an array", R"({"request":{"cert":{}}})", bad + "request",
          "must be a non-empty array"},
         {"empty request array", R"({"request":[]})", bad + "request", "must be a non-empty array"},
-        {"no cert", R"({"request":[{}]})", missing + "request[0].cert", "<none>"},
-        {"cert not an object", R"({"request":[{"cert":"x"}]})", bad + "request[0].cert",
-         "must be an object"},
-        {"no hashAlg",
-         R"({"request":[{"cert":{"issuerNameHash":"$N","issuerKeyHash":"$K","serialNumber":"01"}}]})",
-         missing + "request[0].cert.hashAlg", "<none>"},
-        {"no issuerNameHash",
-         R"({"request":[{"cert":{"hashAlg":"sha1","issuerKeyHash":"$K","serialNumber":"01"}}]})",
-         missing + "request[0].cert.issuerNameHash", "<none>"},
-        {"no issuerKeyHash",
-         R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"$N","serialNumber":"01"}}]})",
-         missing + "request[0].cert.issuerKeyHash", "<none>"},
-        {"no serialNumber",
-         R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"$N","issuerKeyHash":"$K"}}]})",
-         missing + "request[0].cert.serialNumber", "<none>"},
-        {"unknown hash",
-         R"({"request":[{"cert":{"hashAlg":"md5","issuerNameHash":"$N","issuerKeyHash":"$K","serialNumber":"01"}}]})",
-         bad + "request[0].cert.hashAlg", "unsupported hash algorithm"},
-        {"hash name not a string",
-         R"({"request":[{"cert":{"hashAlg":1,"issuerNameHash":"$N","issuerKeyHash":"$K","serialNumber":"01"}}]})",
-         bad + "request[0].cert.hashAlg", "must be a string"},
-        {"name hash not base64",
-         R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"!!!!","issuerKeyHash":"$K","serialNumber":"01"}}]})",
-         bad + "request[0].cert.issuerNameHash", "not base64"},
-        {"name hash of another algorithm",
-         R"({"request":[{"cert":{"hashAlg":"sha256","issuerNameHash":"$N","issuerKeyHash":"$L","serialNumber":"01"}}]})",
-         bad + "request[0].cert.issuerNameHash", "digest length does not match the hash algorithm"},
-        {"key hash of another algorithm",
-         R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"$N","issuerKeyHash":"$L","serialNumber":"01"}}]})",
-         bad + "request[0].cert.issuerKeyHash", "digest length does not match the hash algorithm"},
-        {"serial not hex",
-         R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"$N","issuerKeyHash":"$K","serialNumber":"0x12"}}]})",
-         bad + "request[0].cert.serialNumber", "not hexadecimal with an even number of digits"},
-        {"serial with an odd digit count",
-         R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"$N","issuerKeyHash":"$K","serialNumber":"ABC"}}]})",
-         bad + "request[0].cert.serialNumber", "not hexadecimal with an even number of digits"},
-        {"empty serial",
-         R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"$N","issuerKeyHash":"$K","serialNumber":""}}]})",
-         bad + "request[0].cert.serialNumber", "empty"},
+        {"no cert", R"({"request":[{}]})", missing + c0, "<none>"},
+        {"cert not an object", R"({"request":[{"cert":"x"}]})", bad + c0, "must be an object"},
+        {"no hashAlg", description({"-hashAlg"}), missing + c0 + ".hashAlg", "<none>"},
+        {"no issuerNameHash", description({"-issuerNameHash"}), missing + c0 + ".issuerNameHash",
+         "<none>"},
+        {"no issuerKeyHash", description({"-issuerKeyHash"}), missing + c0 + ".issuerKeyHash",
+         "<none>"},
+        {"no serialNumber", description({"-serialNumber"}), missing + c0 + ".serialNumber",
+         "<none>"},
+        {"unknown hash", description({R"("hashAlg":"md5")"}), bad + c0 + ".hashAlg",
+         "unsupported hash algorithm"},
+        {"hash name not a string", description({R"("hashAlg":1)"}), bad + c0 + ".hashAlg",
+         "must be a string"},
+        {"name hash not base64", description({R"("issuerNameHash":"!!!!")"}),
+         bad + c0 + ".issuerNameHash", "not base64"},
+        {"hashes of another algorithm",
+         description({R"("hashAlg":"sha256")", std::string("\"issuerKeyHash\":") + hash32}),
+         bad + c0 + ".issuerNameHash", "digest length does not match the hash algorithm"},
+        {"key hash of another algorithm", description({std::string("\"issuerKeyHash\":") + hash32}),
+         bad + c0 + ".issuerKeyHash", "digest length does not match the hash algorithm"},
+        {"serial not hex", description({R"("serialNumber":"0x12")"}), bad + c0 + ".serialNumber",
+         "not hexadecimal with an even number of digits"},
+        {"serial with an odd digit count", description({R"("serialNumber":"ABC")"}),
+         bad + c0 + ".serialNumber", "not hexadecimal with an even number of digits"},
+        {"empty serial", description({R"("serialNumber":"")"}), bad + c0 + ".serialNumber",
+         "empty"},
         {"second request broken",
-         R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"$N","issuerKeyHash":"$K","serialNumber":"01"}},)"
-         R"({"cert":{"hashAlg":"sha1","issuerNameHash":"$N","serialNumber":"02"}}]})",
-         missing + "request[1].cert.issuerKeyHash", "<none>"},
-        {"extensions not an object",
-         R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"$N","issuerKeyHash":"$K","serialNumber":"01"}}],"extensions":"x"})",
-         bad + "extensions", "must be an object"},
-        {"unknown extension",
-         R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"$N","issuerKeyHash":"$K","serialNumber":"01"}}],"extensions":{"ocspNonce":"BAFV","crlId":"x"}})",
+         R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"AAECAwQFBgcICQoLDA0ODxAREhM=",)"
+         R"("issuerKeyHash":"AAECAwQFBgcICQoLDA0ODxAREhM=","serialNumber":"01"}},)"
+         R"({"cert":{"hashAlg":"sha1","serialNumber":"02"}}]})",
+         missing + "request[1].cert.issuerNameHash", "<none>"},
+        {"extensions not an object", description({}, R"(,"extensions":"x")"), bad + "extensions",
+         "must be an object"},
+        {"unknown extension", description({}, R"(,"extensions":{"ocspNonce":"BAFV","crlId":"x"})"),
          bad + "extensions.crlId", "unsupported extension"},
-        {"nonce not base64",
-         R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"$N","issuerKeyHash":"$K","serialNumber":"01"}}],"extensions":{"ocspNonce":"%%"}})",
-         bad + "extensions.ocspNonce", "not base64"},
-        {"nonce an INTEGER",
-         R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"$N","issuerKeyHash":"$K","serialNumber":"01"}}],"extensions":{"ocspNonce":"AgEF"}})",
+        {"nonce not base64", description({}, withNonce("%%")), bad + "extensions.ocspNonce",
+         "not base64"},
+        {"nonce an INTEGER", description({}, withNonce("AgEF")), bad + "extensions.ocspNonce",
+         "not one DER OCTET STRING"},
+        {"nonce with a trailing byte", description({}, withNonce("BAIBAgA=")),
          bad + "extensions.ocspNonce", "not one DER OCTET STRING"},
-        {"nonce with a trailing byte",
-         R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"$N","issuerKeyHash":"$K","serialNumber":"01"}}],"extensions":{"ocspNonce":"BAIBAgA="}})",
+        {"nonce without its OCTET STRING header",
+         description({}, withNonce("AAECAwQFBgcICQoLDA0ODw==")), bad + "extensions.ocspNonce",
+         "not one DER OCTET STRING"},
+        {"nonce with a padded length", description({}, withNonce("BIEQAAAAAAAAAAAAAAAAAAAAAA==")),
          bad + "extensions.ocspNonce", "not one DER OCTET STRING"},
-        {"nonce bare, without its OCTET STRING header",
-         R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"$N","issuerKeyHash":"$K","serialNumber":"01"}}],"extensions":{"ocspNonce":"AAECAwQFBgcICQoLDA0ODw=="}})",
-         bad + "extensions.ocspNonce", "not one DER OCTET STRING"},
-        {"nonce with a padded length",
-         R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"$N","issuerKeyHash":"$K","serialNumber":"01"}}],"extensions":{"ocspNonce":"BIEQAAAAAAAAAAAAAAAAAAAAAA=="}})",
-         bad + "extensions.ocspNonce", "not one DER OCTET STRING"},
-        {"empty nonce",
-         R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"$N","issuerKeyHash":"$K","serialNumber":"01"}}],"extensions":{"ocspNonce":"BAA="}})",
-         bad + "extensions.ocspNonce", "nonce length outside 1 to 32 octets"},
+        {"empty nonce", description({}, withNonce("BAA=")), bad + "extensions.ocspNonce",
+         "nonce length outside 1 to 32 octets"},
         {"nonce of 33 octets",
-         R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"$N","issuerKeyHash":"$K","serialNumber":"01"}}],)"
-         R"("extensions":{"ocspNonce":"BCEAAQIDBAUGBwgJCgsMDQ4PEBESExQVFhcYGRobHB0eHyA="}})",
+         description({}, withNonce("BCEAAQIDBAUGBwgJCgsMDQ4PEBESExQVFhcYGRobHB0eHyA=")),
          bad + "extensions.ocspNonce", "nonce length outside 1 to 32 octets"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         ClsJsonObject j;
         LogTree log;
-        ASSERT_TRUE(j.load(expand(c.json).c_str(), log)) << expand(c.json);
+        ASSERT_TRUE(j.load(c.json.c_str(), log)) << c.json;
         DataBuffer out;
         out.append("keep", 4);
         EXPECT_FALSE(OcspRequestEncoder::encode(j, out, log));
@@ -231,24 +238,18 @@ TEST(OcspRequestEncoder, BadDescriptionsNameTheMember) {
 }
 
 TEST(OcspRequestEncoder, EquivalentSpellingsGiveTheSameRequest) {
-    const char* baseline =
-        R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"$N","issuerKeyHash":"$K","serialNumber":"00C0FFEE"}}]})";
     struct Case {
         const char* name;
-        const char* json;
+        std::string json;
     };
     const Case cases[] = {
-        {"upper-case algorithm name",
-         R"({"request":[{"cert":{"hashAlg":"SHA1","issuerNameHash":"$N","issuerKeyHash":"$K","serialNumber":"00C0FFEE"}}]})"},
-        {"lower-case hex with separators",
-         R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"$N","issuerKeyHash":"$K","serialNumber":"00:c0:ff:ee"}}]})"},
-        {"members in another order, unknown ones ignored",
-         R"({"note":1,"request":[{"cert":{"serialNumber":"00C0FFEE","issuerKeyHash":"$K","x":true,"issuerNameHash":"$N","hashAlg":"sha1"}}]})"},
-        {"empty extensions are left out",
-         R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"$N","issuerKeyHash":"$K","serialNumber":"00C0FFEE"}}],"extensions":{}})"},
+        {"upper-case algorithm name", description({R"("hashAlg":"SHA1")"})},
+        {"lower-case hex with separators", description({R"("serialNumber":"00:c0:ff:ee")"})},
+        {"unknown members are ignored", description({R"("x":true)"}, R"(,"note":1)")},
+        {"empty extensions are left out", description({}, R"(,"extensions":{})")},
     };
     LogTree log;
-    std::string want = encodeOrEmpty(baseline, log);
+    std::string want = encodeOrEmpty(description({}), log);
     ASSERT_FALSE(want.empty()) << log.text();
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -270,14 +271,10 @@ TEST(OcspRequestEncoder, NonceLengthsWithinBoundsAreCarried) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        std::string json =
-            std::string(R"({"request":[{"cert":{"hashAlg":"sha1","issuerNameHash":"$N",)"
-                        R"("issuerKeyHash":"$K","serialNumber":"01"}}],)") +
-            R"("extensions":{"ocspNonce":")" + c.nonce + "\"}}";
         LogTree log;
-        std::string der = hexOf(encodeOrEmpty(json.c_str(), log));
+        std::string der = hexOf(encodeOrEmpty(description({}, withNonce(c.nonce)), log));
         ASSERT_FALSE(der.empty()) << log.text();
-        //   requestExtensions [2] { SEQUENCE { SEQUENCE { id-pkix-ocsp-nonce, OCTET STRING
+        //   [2] { SEQUENCE { SEQUENCE { id-pkix-ocsp-nonce, OCTET STRING { nonce } } } }
         EXPECT_NE(der.find("06092B0601050507300102" + std::string(c.wantTail)), std::string::npos)
             << der;
     }

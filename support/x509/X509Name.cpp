@@ -205,11 +205,14 @@ bool forEachAtv(DerInput name, Fn fn, bool* stopped = nullptr) {
     if (!cur.init(name)) return false;
     DerInput set;
     bool bad = false;
+    int rdns = 0, atvs = 0;
     while (cur.nextRdn(&set, &bad)) {
+        if (++rdns > X509Name::kMaxRdns) return false;
         DerParser rdn(set);
         while (rdn.hasMore()) {
             DerInput oid;
             DerElement value;
+            if (++atvs > X509Name::kMaxAttributes) return false;
             if (!AtvCursor::readAtv(rdn, &oid, &value)) return false;
             if (!fn(oid, value)) {
                 if (stopped) *stopped = true;
@@ -234,6 +237,11 @@ void appendTagFor(DerInput oid, StringBuffer& out) {
 }
 
 }  // namespace
+
+const X509AttrType* X509Name::allTypes(size_t* count) {
+    *count = sizeof kTypes / sizeof kTypes[0];
+    return kTypes;
+}
 
 const X509AttrType* X509Name::typeByOid(DerInput oid) {
     for (const X509AttrType& t : kTypes) {
@@ -389,6 +397,7 @@ bool X509Name::appendDnText(DerInput name, bool withTags, int style, bool encodi
 
     StringBuffer value;  // reused for every attribute: one allocation per name
     StringBuffer tag;
+    int atvs = 0;
     for (int k = 0; k < count; ++k) {
         DerParser rdn(rdns[encodingOrder ? k : count - 1 - k]);
         if (k) out.append(rdnSeparator(style));
@@ -396,6 +405,7 @@ bool X509Name::appendDnText(DerInput name, bool withTags, int style, bool encodi
         while (rdn.hasMore()) {
             DerInput oid;
             DerElement v;
+            if (++atvs > kMaxAttributes) return false;
             if (!AtvCursor::readAtv(rdn, &oid, &v)) return false;
             if (!first) out.append(multiValueSeparator(style));
             first = false;
@@ -503,12 +513,18 @@ bool X509Name::appendDnJson(DerInput name, StringBuffer& out) {
 }
 
 bool X509Name::findValue(DerInput name, DerInput oid, StringBuffer& out) {
+    // The whole name is walked even after a match, so that a name getDN
+    // refuses is refused here too.
+    DerElement first;
     bool found = false;
     bool ok = forEachAtv(name, [&](DerInput o, const DerElement& v) {
-        if (!o.equals(oid)) return true;
-        appendValueText(v, out);
-        found = true;
-        return false;
+        if (!found && o.equals(oid)) {
+            first = v;
+            found = true;
+        }
+        return true;
     });
-    return ok && found;
+    if (!ok || !found) return false;
+    appendValueText(first, out);
+    return true;
 }

@@ -22,9 +22,14 @@ class X509Name {
     // Styles of DN text (see OrvaneX509::getDN).
     static constexpr int kStyleEveryday = 0;
     static constexpr int kStyleRfc4514 = 1;
-    // RDNs beyond this are refused rather than walked: real names have < 20.
+    // Names with more RDNs or attributes than these are refused rather than
+    // walked (real names have fewer than 20); the caps keep the JSON form, which
+    // groups repeated types, from turning quadratic on hostile input.
     static constexpr int kMaxRdns = 128;
+    static constexpr int kMaxAttributes = 256;
 
+    // The whole attribute table (the names get_SubjectValue accepts).
+    static const X509AttrType* allTypes(size_t* count);
     // The attribute type with these OID content octets, or null.
     static const X509AttrType* typeByOid(DerInput oid);
     // The attribute type named name (tag, long name or alias, ASCII case

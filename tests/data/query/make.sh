@@ -24,6 +24,9 @@
 #   expired.pem       EC self-signed, C=AT, notAfter a day before notBefore
 #   country-SK.pem    EC self-signed, C=SK (last entry of the EU table)
 #   country-GR.pem    EC self-signed, C=GR
+#   ec-explicit.pem   EC P-256 self-signed whose key carries explicit curve
+#                     parameters instead of the curve's name (the key loader
+#                     refuses those)
 #   country-space.pem EC self-signed whose country is " DE" (leading space;
 #                     openssl refuses that in -subj, so it is built with
 #                     asn1parse -genconf and signed with dgst), serial -255,
@@ -98,6 +101,9 @@ leaf leaf.key "/C=LI/CN=aki.example.li" ca 6 365 "authorityKeyIdentifier=issuer:
 openssl req -x509 -new -key leaf.key -subj "/C=AT/CN=expired.example.at" -days 1 -set_serial 7 \
     -out expired0.pem
 openssl x509 -in expired0.pem -signkey leaf.key -days -1 -out expired.pem 2>/dev/null
+openssl ecparam -name prime256v1 -param_enc explicit -genkey -noout -out explicit.key
+openssl req -x509 -new -key explicit.key -subj "/CN=explicit.example" -days 365 -set_serial 9 \
+    -out ec-explicit.pem
 for c in SK GR; do
     openssl req -x509 -new -key leaf.key -subj "/C=$c/CN=country.example" -days 365 -set_serial 8 \
         -out "country-$c.pem"
@@ -155,7 +161,7 @@ openssl asn1parse -genconf cert.cnf -noout -out cert.der
 openssl x509 -inform DER -in cert.der -out country-space.pem
 
 for f in ca ca-de rsa ec256 ed25519 dsa ed448 eku-odd eku-unknown noext aki-issuer expired \
-    country-SK country-GR country-space; do
+    ec-explicit country-SK country-GR country-space; do
     cp "$f.pem" "$here/$f.pem"
 done
 echo "made in $here"

@@ -19,7 +19,7 @@ const char kKeyMarker2[] = "Vfbx'%0(.pHQOcUogI{|8ry!(/";  // 26 characters
 // True when the marker occurs again in text starting 10 characters after its
 // first occurrence at first. The restart point is deliberately not past the
 // marker's end.
-bool occursAgain(const char* text, const char* first, const char* marker) {
+bool occursAgain(const char* first, const char* marker) {
     unsigned rest = ovStrLen(first);
     if (rest <= 10) return false;
     return ovStrStr(first + 10, marker) != nullptr;
@@ -39,12 +39,12 @@ CertCore* CertCore::createFromBinary2(const char* data, unsigned size, SystemCer
     // Marker searches stop at the first zero byte, so DER never matches them.
     bool multiple = false;
     const char* p = ovStrStr(t, kBeginCert);
-    if (p && occursAgain(t, p, kBeginCert)) {
+    if (p && occursAgain(p, kBeginCert)) {
         multiple = true;
         log.logInfo("PEM has multiple certificates.");
     }
     const char* q = ovStrStr(t, kBeginPkcs7);
-    if (q && occursAgain(t, q, kBeginPkcs7)) {
+    if (q && occursAgain(q, kBeginPkcs7)) {
         multiple = true;
         log.logInfo("PEM has multiple PKCS7 certificates.");
     }
@@ -80,6 +80,11 @@ CertCore* CertCore::createFromBinary2(const char* data, unsigned size, SystemCer
         arr.appendN(data, size);
         arr.chopAtSubstr("\"]", false);
         if (arr.getSize() < 2) return nullptr;
+        // Only the first element is used: with more than one, what is left
+        // after the cut still holds the others behind the first closing quote.
+        const char* firstEnd = ovStrChr(arr.getString() + 2, '"');
+        if (firstEnd)
+            arr.shorten(arr.getSize() - static_cast<unsigned>(firstEnd - arr.getString()));
         return createFromBase64_2(arr.getString() + 2, arr.getSize() - 2, store, log);
     }
 

@@ -17,15 +17,6 @@ CertCore* detect(const std::string& s, LogBase& log, SystemCerts* store = nullpt
     return CertCore::createFromBinary2(s.data(), static_cast<unsigned>(s.size()), store, log);
 }
 
-std::string utf16le(const std::string& ascii) {
-    std::string out;
-    for (char c : ascii) {
-        out += c;
-        out += '\0';
-    }
-    return out;
-}
-
 TEST(CertLoad, EveryFormatYieldsTheSameDer) {
     const std::string ecDer = fixture("ec.der");
     const std::string ecPem = fixture("ec.pem");

@@ -56,7 +56,7 @@ TEST(CertExport, PemSeparatorsAndRepeatedBlocks) {
     ASSERT_TRUE(cert->getPem(out, log));
     std::string s = out.getString();
     EXPECT_EQ(s.find("preamble\r\n-----BEGIN CERTIFICATE-----\r\n"), 0u);
-    size_t second = s.find("-----BEGIN", 10);
+    size_t second = s.find("-----BEGIN", 11);
     ASSERT_NE(second, std::string::npos);
     EXPECT_EQ(s.substr(second - 27, 27), "-----END CERTIFICATE-----\r\n");
 }

@@ -443,17 +443,21 @@ bool Asn1Xml::derToXml(const DataBuffer& der, bool compact, bool allowBer, Strin
     StringBuffer text;
     XmlOut x(text, compact);
     Renderer r(x, allowBer, log);
-    if (!r.item(root, 0)) return false;
+    if (!r.item(root, 0)) {
+        // Malformed input is logged where it is found; otherwise it was memory.
+        if (!x.ok()) log.logError("Out of memory rendering ASN.1 as XML");
+        return false;
+    }
+    ov_asnItem* item = nullptr;
+    if (extra && !(item = AsnItemBuilder::build(root, 0, log))) return false;
     if (!x.ok() || !xml.append(text)) {
+        delete item;
         log.logError("Out of memory rendering ASN.1 as XML");
         return false;
     }
-    if (extra) {
-        ov_asnItem* item = AsnItemBuilder::build(root, 0, log);
-        if (!item || !extra->appendPtr(item)) {
-            log.logError("Failed to keep the decoded ASN.1 item");
-            return false;
-        }
+    if (item && !extra->appendPtr(item)) {  // the array deletes the item itself
+        log.logError("Out of memory keeping the decoded ASN.1 item");
+        return false;
     }
     return true;
 }

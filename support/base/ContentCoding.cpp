@@ -17,10 +17,10 @@ struct DecodeTable {
         for (int i = 0; i < 64; ++i)
             v[static_cast<unsigned char>(kB64[i])] = static_cast<unsigned char>(i);
         if (url) {
-            v['-'] = 62;
-            v['_'] = 63;
+            v[static_cast<unsigned char>('-')] = 62;
+            v[static_cast<unsigned char>('_')] = 63;
         }
-        v['='] = 64;
+        v[static_cast<unsigned char>('=')] = 64;
         for (char c : {' ', '\t', '\r', '\n', '\f', '\v'}) v[static_cast<unsigned char>(c)] = 65;
     }
 };

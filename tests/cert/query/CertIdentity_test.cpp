@@ -280,8 +280,8 @@ TEST(CertIdentity, SignatureVerification) {
         {"leaf by another CA", rsa.get(), caDe.get(), false},
         {"self-signed root, no issuer", ca.get(), nullptr, true},
         {"leaf, no issuer", rsa.get(), nullptr, false},
-        // Must not turn into a check against the leaf's own key.
-        {"issuer object without certificate", rsa.get(), empty.get(), false},
+        // Must not turn into the self-signature check of the null issuer.
+        {"issuer object without certificate", ca.get(), empty.get(), false},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);

@@ -48,3 +48,30 @@ if(OV_TESTS AND _cert_tests)
   gtest_discover_tests(ov_cert_tests DISCOVERY_TIMEOUT 60
     PROPERTIES ENVIRONMENT "OV_TEST_DATA_DIR=${CMAKE_SOURCE_DIR}/tests/data")
 endif()
+
+# The command-line tool.
+file(GLOB _ovcert_srcs CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tools/ovcert/*.cpp)
+add_executable(ovcert ${_ovcert_srcs})
+target_link_libraries(ovcert PRIVATE ov_cert nlohmann_json::nlohmann_json)
+set_target_properties(ovcert PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+
+# The programmer's example of the README; built and run as a test.
+add_executable(load_ask_export examples/load_ask_export.cpp)
+target_link_libraries(load_ask_export PRIVATE ov_cert)
+if(OV_TESTS)
+  add_test(NAME example.load_ask_export
+           COMMAND load_ask_export ${CMAKE_SOURCE_DIR}/tests/data/cert/chain.p7b)
+  set_tests_properties(example.load_ask_export PROPERTIES
+    PASS_REGULAR_EXPRESSION "CN: ec.example.test.*-----BEGIN CERTIFICATE-----")
+  file(GLOB _tool_tests CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/tools/ovcert/*.cpp)
+  if(_tool_tests)
+    add_executable(ovcert_tests ${_tool_tests})
+    target_include_directories(ovcert_tests PRIVATE ${CMAKE_SOURCE_DIR}/tests)
+    target_link_libraries(ovcert_tests PRIVATE ov_testsupport nlohmann_json::nlohmann_json
+                          GTest::gtest_main)
+    target_compile_definitions(ovcert_tests PRIVATE OVCERT_BIN="$<TARGET_FILE:ovcert>"
+      OV_TEST_DATA_DIR="${CMAKE_SOURCE_DIR}/tests/data")
+    add_dependencies(ovcert_tests ovcert)
+    gtest_discover_tests(ovcert_tests DISCOVERY_TIMEOUT 60)
+  endif()
+endif()

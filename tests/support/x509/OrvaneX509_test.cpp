@@ -8,100 +8,16 @@
 #include <string>
 #include <vector>
 
+#include "X509Fixtures.h"
 #include "support/asn1/Asn1Node.h"
-#include "support/asn1/Asn1Xml.h"
-#include "support/base/ContentCoding.h"
 #include "support/base/LogBase.h"
 #include "support/base/StringBuffer.h"
 #include "support/base/XString.h"
 #include "support/crypto/OvPublicKey.h"
 #include "support/time/OrvaneSysTime.h"
-#include "support/xml/ClsXml.h"
 #include "support_common/TestUtil.h"
 
-namespace {
-
-std::string fixture(const std::string& name) {
-    return ovtest::dataPath("x509/" + name);
-}
-
-std::vector<unsigned char> fixtureBytes(const std::string& name) {
-    std::vector<unsigned char> b = ovtest::readFileBytes(fixture(name));
-    EXPECT_FALSE(b.empty()) << "missing fixture " << name << " (run tests/data/x509/make.sh)";
-    return b;
-}
-
-std::unique_ptr<OrvaneX509> load(const std::string& name) {
-    std::vector<unsigned char> der = fixtureBytes(name);
-    auto x = std::make_unique<OrvaneX509>();
-    LogTree log;
-    EXPECT_TRUE(x->loadX509DerAlt(der.data(), static_cast<unsigned>(der.size()), nullptr, log))
-        << name << "\n"
-        << log.text();
-    return x;
-}
-
-// Runs openssl; a missing or failing openssl fails the test, never skips it.
-std::string openssl(const std::string& args) {
-    std::string out;
-    int rc = ovtest::run("openssl " + args, &out);
-    EXPECT_EQ(0, rc) << "openssl " << args;
-    while (!out.empty() && (out.back() == '\n' || out.back() == '\r')) out.pop_back();
-    return out;
-}
-
-// "name=value" -> "value".
-std::string afterEq(const std::string& line) {
-    size_t p = line.find('=');
-    return p == std::string::npos ? line : line.substr(p + 1);
-}
-
-std::string stripColons(std::string s) {
-    std::string r;
-    for (char c : s)
-        if (c != ':') r += c;
-    return r;
-}
-
-std::string x509Args(const std::string& name) {
-    return "x509 -inform DER -in " + ovtest::shq(fixture(name)) + " -noout ";
-}
-
-std::string sb(const StringBuffer& s) {
-    return s.getString();
-}
-
-std::string hex(DerInput d) {
-    StringBuffer s;
-    s.appendHex(d.data(), static_cast<unsigned>(d.size()));
-    return s.getString();
-}
-
-const char* const kCerts[] = {
-    "root.der",      "inter.der",      "leaf_rsa.der",     "leaf_pss.der",     "leaf_p256.der",
-    "leaf_p384.der", "leaf_p521.der",  "leaf_ed25519.der", "leaf_ed448.der",   "leaf_dsa.der",
-    "name_bmp.der",  "name_utf8.der",  "name_multi.der",   "name_special.der", "time_2060.der",
-    "expired.der",   "serial_neg.der", "serial_20.der",    "serial_00ff.der",  "v1.der"};
-
-// Which certificate signed which.
-struct Issuer {
-    const char* cert;
-    const char* issuer;  // null: self-signed
-};
-const Issuer kIssuers[] = {
-    {"root.der", nullptr},           {"inter.der", "root.der"},
-    {"leaf_rsa.der", "root.der"},    {"leaf_pss.der", "root.der"},
-    {"leaf_p256.der", "inter.der"},  {"leaf_p384.der", "inter.der"},
-    {"leaf_p521.der", "inter.der"},  {"leaf_ed25519.der", "inter.der"},
-    {"leaf_ed448.der", "inter.der"}, {"leaf_dsa.der", "inter.der"},
-    {"name_bmp.der", nullptr},       {"name_utf8.der", nullptr},
-    {"name_multi.der", nullptr},     {"name_special.der", nullptr},
-    {"time_2060.der", nullptr},      {"expired.der", nullptr},
-    {"serial_neg.der", nullptr},     {"serial_20.der", nullptr},
-    {"serial_00ff.der", nullptr},    {"v1.der", nullptr},
-};
-
-}  // namespace
+using namespace x509test;
 
 // ---- Identity against openssl ------------------------------------------------
 
@@ -551,40 +467,8 @@ TEST(OrvaneX509Names, AsnTreeEncodesToTheNameBytes) {
 
 // A reader that only has a name's XML rendering (the CRL reader) walks its
 // RDNs from the last to the first through appendToDN; that text must be the
-// certificate's own DN text, so that CRL issuers and certificate issuers compare.
-TEST(OrvaneX509Names, RdnTextFromXmlMatchesDerText) {
-    for (const char* name : kCerts) {
-        SCOPED_TRACE(name);
-        auto x = load(name);
-        LogTree log;
-        DerInput issuer = x->subjectDer();
-        DataBuffer der;
-        der.append(issuer.data(), static_cast<unsigned>(issuer.size()));
-        StringBuffer xml;
-        ASSERT_TRUE(Asn1Xml::derToXml(der, true, true, xml, nullptr, log));
-        ClsXml* doc = ClsXml::createNewCls();
-        ASSERT_NE(nullptr, doc);
-        _clsOwner owner(doc);
-        ASSERT_TRUE(doc->loadXml(xml, true, log));
-        for (int style : {0, 1}) {
-            for (bool withTags : {true, false}) {
-                XString fromXml, fromDer;
-                ASSERT_TRUE(doc->LastChild2());
-                for (;;) {
-                    ASSERT_TRUE(OrvaneX509::appendToDN(*doc, withTags, style, fromXml, log));
-                    ASSERT_TRUE(doc->tagEquals("set"));  // the cursor came back
-                    if (!doc->PreviousSibling2()) break;
-                }
-                ASSERT_TRUE(doc->GetParent2());
-                ASSERT_TRUE(x->getDN(true, withTags, fromDer, log, style));
-                EXPECT_EQ(std::string(fromDer.getUtf8()), fromXml.getUtf8());
-            }
-        }
-        EXPECT_FALSE(log.hasErrors()) << log.text();
-    }
-}
-
-// ---- Extensions --------------------------------------------------------------
+// certificate's own DN text, so that CRL issuers and certificate issuers compare.// ---- Extensions
+// --------------------------------------------------------------
 
 TEST(OrvaneX509Extensions, TextForms) {
     struct Case {
@@ -815,77 +699,6 @@ TEST(OrvaneX509Signature, AlteredTbsFails) {
     EXPECT_TRUE(x.verifyCertSignature(issuer.get(), log));
     EXPECT_FALSE(tampered.verifyCertSignature(issuer.get(), log));
 }
-
-// ---- PKCS#7 ------------------------------------------------------------------
-
-TEST(OrvaneX509Pkcs7, LeafOfChainIsChosen) {
-    std::vector<unsigned char> leaf = fixtureBytes("leaf_p256.der");
-    for (const char* name : {"chain.p7b", "chain_ber.p7b"}) {
-        SCOPED_TRACE(name);
-        auto x = load(name);
-        DataBuffer out;
-        x->getCertDer(out);
-        EXPECT_EQ(std::string(leaf.begin(), leaf.end()),
-                  std::string(reinterpret_cast<const char*>(out.getData2()), out.getSize()));
-        EXPECT_EQ(leaf.size(), x->getCertDerSize());
-    }
-}
-
-TEST(OrvaneX509Pkcs7, BundlesMadeByOpenssl) {
-    struct Case {
-        const char* name;
-        std::vector<const char*> certs;  // in the order given to openssl
-        const char* leaf;                // null: the load fails
-        const char* error;
-    } cases[] = {
-        {"root only", {"root.der"}, "root.der", nullptr},
-        {"two roots", {"name_bmp.der", "root.der"}, "name_bmp.der", nullptr},
-        {"leaf first", {"leaf_rsa.der", "root.der"}, "leaf_rsa.der", nullptr},
-        {"leaf last", {"root.der", "inter.der", "leaf_p384.der"}, "leaf_p384.der", nullptr},
-        // Two leaves of one issuer: the first in set order.
-        {"two leaves",
-         {"inter.der", "leaf_p521.der", "leaf_ed25519.der"},
-         "leaf_p521.der",
-         nullptr},
-        {"no certificates", {}, nullptr, "PKCS7 holds no certificates."},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        ovtest::TempDir tmp;
-        std::string args = "crl2pkcs7 -nocrl -outform DER -out " + ovtest::shq(tmp.file("b.p7b"));
-        int i = 0;
-        for (const char* cert : c.certs) {
-            std::string pem = tmp.file(std::to_string(i++) + ".pem");
-            openssl("x509 -inform DER -in " + ovtest::shq(fixture(cert)) + " -out " +
-                    ovtest::shq(pem));
-            args += " -certfile " + ovtest::shq(pem);
-        }
-        openssl(args);
-        std::vector<unsigned char> p7 = ovtest::readFileBytes(tmp.file("b.p7b"));
-        OrvaneX509 x;
-        LogTree log;
-        bool ok = x.loadX509DerAlt(p7.data(), static_cast<unsigned>(p7.size()), nullptr, log);
-        EXPECT_EQ(c.leaf != nullptr, ok) << log.text();
-        if (c.leaf) {
-            std::vector<unsigned char> want = fixtureBytes(c.leaf);
-            EXPECT_TRUE(x.certDer().equals(want.data(), want.size()));
-        } else {
-            EXPECT_TRUE(log.hasError(c.error)) << log.text();
-            EXPECT_FALSE(x.isLoaded());
-        }
-    }
-}
-
-TEST(OrvaneX509Pkcs7, OtherContentTypesAreRefused) {
-    // ContentInfo { data, [0] OCTET STRING "x" }
-    const unsigned char data[] = {0x30, 0x12, 0x06, 0x09, 0x2a, 0x86, 0x48, 0x86, 0xf7, 0x0d,
-                                  0x01, 0x07, 0x01, 0xa0, 0x05, 0x04, 0x03, 'a',  'b',  'c'};
-    OrvaneX509 x;
-    LogTree log;
-    EXPECT_FALSE(x.loadX509DerAlt(data, sizeof data, nullptr, log));
-    EXPECT_TRUE(log.hasError("PKCS7 content is not signedData."));
-}
-
 // ---- Malformed input -----------------------------------------------------------
 
 namespace {

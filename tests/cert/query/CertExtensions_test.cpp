@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <functional>
-
 #include "cert/query/QueryTestUtil.h"
 
 using certtest::CertRef;
@@ -103,7 +101,9 @@ TEST(CertExtensions, IntendedKeyUsageIsTheFirstByte) {
         EXPECT_EQ(cert->getIntendedKeyUsage(log), c.want);
         std::string logged;
         EXPECT_EQ(log.findData("intendedKeyUsage", logged), c.logged != nullptr);
-        if (c.logged) EXPECT_EQ(logged, c.logged);
+        if (c.logged) {
+            EXPECT_EQ(logged, c.logged);
+        }
     }
 }
 
@@ -200,125 +200,33 @@ TEST(CertExtensions, ExtensionValuesByOid) {
     EXPECT_EQ(ski.getSize(), 0u);
 }
 
-// Each operation on a valid object without certificate and on a stale one.
-// Three clear their output before anything else; getExtensionText never does.
+// Three operations clear their output before anything else, even on a stale
+// object; getExtensionText never clears; the rest clear after locking.
 TEST(CertExtensions, EmptyAndStaleObjects) {
-    enum Clears { kFirst, kAfterLock, kNever };
-    using Op = std::function<int(CertCore*, DataBuffer&, StringBuffer&, XString&, LogBase&)>;
-    struct Case {
-        const char* name;
-        Op op;
-        Clears clears;
+    const qtest::GuardCase cases[] = {
+        {"getExtendedKeyUsage", QUERY_OP(c->getExtendedKeyUsage(o.s, l)), true, true},
+        {"getExtensionDer", QUERY_OP(c->getExtensionDer("2.5.29.37", o.d, l)), true, true},
+        {"getExtensionBinaryData", QUERY_OP(c->getExtensionBinaryData("2.5.29.37", o.d, l)), true,
+         true},
+        {"getExtensionXml", QUERY_OP(c->getExtensionXml("2.5.29.37", o.s, l)), true, false},
+        {"getSubjectKeyIdentifier", QUERY_OP(c->getSubjectKeyIdentifier(o.s, l)), true, false},
+        {"getSubjectAlternativeNameXml", QUERY_OP(c->getSubjectAlternativeNameXml(o.x, l)), true,
+         false},
+        {"getAuthorityKeyIdentifier", QUERY_OP(c->getAuthorityKeyIdentifier(o.d, &o.x, l)), true,
+         false},
+        {"getExtensionText", QUERY_OP(c->getExtensionText("2.5.29.37", o.s, l)), false, false},
+        {"getIntendedKeyUsage", QUERY_OP(c->getIntendedKeyUsage(l)), false, false},
+        {"getVersion", QUERY_OP(c->getVersion(l)), false, false},
+        {"forSecureEmail", QUERY_OP(c->forSecureEmail(l)), false, false},
+        {"forServerAuthentication", QUERY_OP(c->forServerAuthentication(l)), false, false},
+        {"forClientAuthentication", QUERY_OP(c->forClientAuthentication(l)), false, false},
+        {"forCodeSigning", QUERY_OP(c->forCodeSigning(l)), false, false},
+        {"forTimeStamping", QUERY_OP(c->forTimeStamping(l)), false, false},
     };
-    const char* eku = "2.5.29.37";
-    const Case cases[] = {
-        {"getExtendedKeyUsage",
-         [](CertCore* c, DataBuffer&, StringBuffer& sb, XString&, LogBase& l) {
-             return c->getExtendedKeyUsage(sb, l) ? 1 : 0;
-         },
-         kFirst},
-        {"getExtensionDer",
-         [eku](CertCore* c, DataBuffer& db, StringBuffer&, XString&, LogBase& l) {
-             return c->getExtensionDer(eku, db, l) ? 1 : 0;
-         },
-         kFirst},
-        {"getExtensionBinaryData",
-         [eku](CertCore* c, DataBuffer& db, StringBuffer&, XString&, LogBase& l) {
-             return c->getExtensionBinaryData(eku, db, l) ? 1 : 0;
-         },
-         kFirst},
-        {"getExtensionXml",
-         [eku](CertCore* c, DataBuffer&, StringBuffer& sb, XString&, LogBase& l) {
-             return c->getExtensionXml(eku, sb, l) ? 1 : 0;
-         },
-         kAfterLock},
-        {"getSubjectKeyIdentifier",
-         [](CertCore* c, DataBuffer&, StringBuffer& sb, XString&, LogBase& l) {
-             return c->getSubjectKeyIdentifier(sb, l) ? 1 : 0;
-         },
-         kAfterLock},
-        {"getSubjectAlternativeNameXml",
-         [](CertCore* c, DataBuffer&, StringBuffer&, XString& xs, LogBase& l) {
-             return c->getSubjectAlternativeNameXml(xs, l) ? 1 : 0;
-         },
-         kAfterLock},
-        {"getAuthorityKeyIdentifier",
-         [](CertCore* c, DataBuffer& db, StringBuffer&, XString& xs, LogBase& l) {
-             return c->getAuthorityKeyIdentifier(db, &xs, l) ? 1 : 0;
-         },
-         kAfterLock},
-        {"getExtensionText",
-         [eku](CertCore* c, DataBuffer&, StringBuffer& sb, XString&, LogBase& l) {
-             return c->getExtensionText(eku, sb, l) ? 1 : 0;
-         },
-         kNever},
-        {"getIntendedKeyUsage",
-         [](CertCore* c, DataBuffer&, StringBuffer&, XString&, LogBase& l) {
-             return c->getIntendedKeyUsage(l);
-         },
-         kNever},
-        {"getVersion",
-         [](CertCore* c, DataBuffer&, StringBuffer&, XString&, LogBase& l) {
-             return c->getVersion(l);
-         },
-         kNever},
-        {"forSecureEmail",
-         [](CertCore* c, DataBuffer&, StringBuffer&, XString&, LogBase& l) {
-             return c->forSecureEmail(l) ? 1 : 0;
-         },
-         kNever},
-        {"forServerAuthentication",
-         [](CertCore* c, DataBuffer&, StringBuffer&, XString&, LogBase& l) {
-             return c->forServerAuthentication(l) ? 1 : 0;
-         },
-         kNever},
-        {"forClientAuthentication",
-         [](CertCore* c, DataBuffer&, StringBuffer&, XString&, LogBase& l) {
-             return c->forClientAuthentication(l) ? 1 : 0;
-         },
-         kNever},
-        {"forCodeSigning",
-         [](CertCore* c, DataBuffer&, StringBuffer&, XString&, LogBase& l) {
-             return c->forCodeSigning(l) ? 1 : 0;
-         },
-         kNever},
-        {"forTimeStamping",
-         [](CertCore* c, DataBuffer&, StringBuffer&, XString&, LogBase& l) {
-             return c->forTimeStamping(l) ? 1 : 0;
-         },
-         kNever},
-    };
-    LogTree loadLog;
-    CertRef empty(CertCore::createNewCert());
-    // All of the operations would answer for this certificate.
-    CertRef stale(qtest::load("dsa.pem", loadLog));
-    ASSERT_TRUE(empty && stale);
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        for (bool isStale : {false, true}) {
-            SCOPED_TRACE(isStale ? "stale" : "empty");
-            LogTree log;
-            DataBuffer db;
-            db.append("old", 3);
-            StringBuffer sb("old");
-            XString xs("old");
-            int r;
-            if (isStale) {
-                qtest::Stale guard(stale.get());
-                r = c.op(stale.get(), db, sb, xs, log);
-            } else {
-                r = c.op(empty.get(), db, sb, xs, log);
-            }
-            EXPECT_EQ(r, 0);
-            bool cleared = c.clears == kFirst || (c.clears == kAfterLock && !isStale);
-            // Each operation has one output; the others must stay as they were.
-            bool touched = db.getSize() != 3 || !sb.equals("old") || !xs.equalsUtf8("old");
-            bool emptied = db.getSize() == 0 || sb.isEmpty() || xs.isEmpty();
-            EXPECT_EQ(touched, cleared);
-            EXPECT_EQ(emptied, cleared);
-            EXPECT_EQ(log.numEntries(), 0) << log.text();
-        }
-    }
+    // Every one of them would answer for this certificate.
+    LogTree log;
+    CertRef loaded(qtest::load("dsa.pem", log));
+    qtest::checkEmptyAndStale(cases, loaded.get());
 }
 
 }  // namespace

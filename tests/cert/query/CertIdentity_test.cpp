@@ -293,102 +293,36 @@ TEST(CertIdentity, SignatureVerification) {
 }
 
 TEST(CertIdentity, EmptyAndStaleObjects) {
-    // Result true/false; outputs: db, sb, xs. Dates are checked separately.
-    using Op = std::function<bool(CertCore*, DataBuffer&, StringBuffer&, XString&, LogBase&)>;
-    struct Case {
-        const char* name;
-        Op op;
-        bool clearsWhenEmpty;  // a valid object without certificate empties the output
-        bool clearsWhenStale;
-    };
-    auto xs = [](bool (CertCore::*m)(XString&, LogBase&)) {
-        return [m](CertCore* c, DataBuffer&, StringBuffer&, XString& x, LogBase& l) {
-            return (c->*m)(x, l);
-        };
-    };
-    auto db = [](bool (CertCore::*m)(DataBuffer&, LogBase&)) {
-        return [m](CertCore* c, DataBuffer& d, StringBuffer&, XString&, LogBase& l) {
-            return (c->*m)(d, l);
-        };
-    };
-    const Case cases[] = {
-        {"getSerialNumber", xs(&CertCore::getSerialNumber), true, false},
-        {"getSerialDecimal", xs(&CertCore::getSerialDecimal), true, false},
-        {"getSha1ThumbprintX", xs(&CertCore::getSha1ThumbprintX), true, false},
-        {"toXml", xs(&CertCore::toXml), true, false},
-        {"getSha1Thumbprint", db(&CertCore::getSha1Thumbprint), true, false},
-        {"getCertSignature", db(&CertCore::getCertSignature), true, false},
-        {"getPublicKeyAsDER", db(&CertCore::getPublicKeyAsDER), true, false},
-        {"getPublicKeyForOCSP", db(&CertCore::getPublicKeyForOCSP), true, false},
-        {"getOrvaneKeyId64",
-         [](CertCore* c, DataBuffer&, StringBuffer& s, XString&, LogBase& l) {
-             return c->getOrvaneKeyId64(s, l);
-         },
-         true, false},
+    using O = qtest::Outs;
+    const qtest::GuardCase cases[] = {
+        {"getSerialNumber", QUERY_OP(c->getSerialNumber(o.x, l)), true, false},
+        {"getSerialDecimal", QUERY_OP(c->getSerialDecimal(o.x, l)), true, false},
+        {"getSha1ThumbprintX", QUERY_OP(c->getSha1ThumbprintX(o.x, l)), true, false},
+        {"toXml", QUERY_OP(c->toXml(o.x, l)), true, false},
+        {"getSha1Thumbprint", QUERY_OP(c->getSha1Thumbprint(o.d, l)), true, false},
+        {"getCertSignature", QUERY_OP(c->getCertSignature(o.d, l)), true, false},
+        {"getPublicKeyAsDER", QUERY_OP(c->getPublicKeyAsDER(o.d, l)), true, false},
+        {"getPublicKeyForOCSP", QUERY_OP(c->getPublicKeyForOCSP(o.d, l)), true, false},
+        {"getOrvaneKeyId64", QUERY_OP(c->getOrvaneKeyId64(o.s, l)), true, false},
         {"getSpkiFingerprint",
-         [](CertCore* c, DataBuffer&, StringBuffer&, XString& x, LogBase& l) {
+         [](CertCore* c, O& o, LogBase& l) -> long {
              XString alg("sha256"), enc("hex");
-             return c->getSpkiFingerprint(alg, enc, x, l);
+             return c->getSpkiFingerprint(alg, enc, o.x, l);
          },
          false, false},
-        {"isCertExpired",
-         [](CertCore* c, DataBuffer&, StringBuffer&, XString&, LogBase& l) {
-             return c->isCertExpired(l);
-         },
-         false, false},
-        {"verifyCertSignature",
-         [](CertCore* c, DataBuffer&, StringBuffer&, XString&, LogBase& l) {
-             return c->verifyCertSignature(nullptr, l);
-         },
-         false, false},
+        {"isCertExpired", QUERY_OP(c->isCertExpired(l)), false, false},
+        {"verifyCertSignature", QUERY_OP(c->verifyCertSignature(nullptr, l)), false, false},
+        // getPartDer empties its output before any check, whatever the part.
+        {"getPartDer 0", QUERY_OP(c->getPartDer(0, o.d, l)), true, true},
+        {"getPartDer 1", QUERY_OP(c->getPartDer(1, o.d, l)), true, true},
+        {"getPartDer 2", QUERY_OP(c->getPartDer(2, o.d, l)), true, true},
+        {"getPartDer 3", QUERY_OP(c->getPartDer(3, o.d, l)), true, true},
     };
     LogTree loadLog;
     CertRef empty(CertCore::createNewCert());
     CertRef stale(qtest::load("expired.pem", loadLog));  // self-signed and expired
     ASSERT_TRUE(empty && stale);
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        for (bool isStale : {false, true}) {
-            SCOPED_TRACE(isStale ? "stale" : "empty");
-            LogTree log;
-            DataBuffer d;
-            d.append("old", 3);
-            StringBuffer s("old");
-            XString x("old");
-            bool r;
-            if (isStale) {
-                qtest::Stale guard(stale.get());
-                r = c.op(stale.get(), d, s, x, log);
-            } else {
-                r = c.op(empty.get(), d, s, x, log);
-            }
-            EXPECT_FALSE(r);
-            bool cleared = isStale ? c.clearsWhenStale : c.clearsWhenEmpty;
-            bool emptied = d.getSize() == 0 || s.isEmpty() || x.isEmpty();
-            bool touched = d.getSize() != 3 || !s.equals("old") || !x.equalsUtf8("old");
-            EXPECT_EQ(emptied, cleared);
-            EXPECT_EQ(touched, cleared);
-            EXPECT_EQ(log.numEntries(), 0) << log.text();
-        }
-    }
-
-    // getPartDer empties its output before any check, whatever the part.
-    for (int part : {0, 1, 2, 3}) {
-        SCOPED_TRACE(part);
-        for (bool isStale : {false, true}) {
-            LogTree log;
-            DataBuffer d;
-            d.append("old", 3);
-            if (isStale) {
-                qtest::Stale guard(stale.get());
-                EXPECT_FALSE(stale->getPartDer(part, d, log));
-            } else {
-                EXPECT_FALSE(empty->getPartDer(part, d, log));
-            }
-            EXPECT_EQ(d.getSize(), 0u);
-            EXPECT_EQ(log.numEntries(), 0);
-        }
-    }
+    qtest::checkEmptyAndStale(cases, stale.get());
 
     // Dates: the records are left alone; the text forms still write a date,
     // that of the default record.

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -124,5 +125,63 @@ struct Stale {
     CertCore* cert;
     uint32_t saved;
 };
+
+// The three kinds of output a query writes, pre-filled so that any change shows.
+struct Outs {
+    Outs() { d.append("old", 3); }
+    DataBuffer d;
+    StringBuffer s{"old"};
+    XString x{"old"};
+    bool touched() const { return d.getSize() != 3 || !s.equals("old") || !x.equalsUtf8("old"); }
+    bool emptied() const { return d.isEmpty() || s.isEmpty() || x.isEmpty(); }
+};
+
+// One query; its result as a number (false, 0 and null are 0).
+using Op = std::function<long(CertCore*, Outs&, LogBase&)>;
+
+// A GuardCase operation from an expression over c (the object), o (the Outs)
+// and l (the log).
+#define QUERY_OP(expr)                                    \
+    [](CertCore* c, qtest::Outs& o, LogBase& l) -> long { \
+        (void)o;                                          \
+        (void)l;                                          \
+        return (expr);                                    \
+    }
+
+struct GuardCase {
+    const char* name;
+    Op op;
+    bool clearsWhenEmpty;  // a valid object without certificate empties the output
+    bool clearsWhenStale;  // so does a stale one (the output is cleared first)
+};
+
+// Runs every case on a valid object without certificate and on `loaded` made
+// stale: the answer is 0, nothing is logged, and the output is emptied exactly
+// when the case says so (and otherwise left as it was).
+template <size_t N>
+void checkEmptyAndStale(const GuardCase (&cases)[N], CertCore* loaded) {
+    certtest::CertRef empty(CertCore::createNewCert());
+    ASSERT_TRUE(empty && loaded);
+    for (const GuardCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        for (bool stale : {false, true}) {
+            SCOPED_TRACE(stale ? "stale" : "without certificate");
+            LogTree log;
+            Outs o;
+            long r;
+            if (stale) {
+                Stale guard(loaded);
+                r = c.op(loaded, o, log);
+            } else {
+                r = c.op(empty.get(), o, log);
+            }
+            EXPECT_EQ(r, 0);
+            bool cleared = stale ? c.clearsWhenStale : c.clearsWhenEmpty;
+            EXPECT_EQ(o.touched(), cleared);
+            EXPECT_EQ(o.emptied(), cleared);
+            EXPECT_EQ(log.numEntries(), 0) << log.text();
+        }
+    }
+}
 
 }  // namespace qtest

@@ -1,6 +1,7 @@
 // Loading a CA bundle: the multi-object path (every certificate parsed, keyed
 // and stored) and certificate-by-certificate, ours beside OpenSSL's PEM reader.
 #include <benchmark/benchmark.h>
+#include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 

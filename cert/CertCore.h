@@ -244,4 +244,5 @@ class CertCore : public RefCountedObject, public OrvaneCritSec {
 
   private:
     void initFields();
+    bool copyCertDer(DataBuffer& der) const;
 };

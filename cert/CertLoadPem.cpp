@@ -87,7 +87,7 @@ CertCore* CertCore::createFromBase64_2(const char* text, unsigned length, System
     if (ovStrStr(copy.getString(), kBeginCert))
         return createFromPemCertificate(text, length, store, log);
     // Deliberately asymmetric: PKCS7 is recognised only at the very start.
-    if (ovStrNCmp(text, kBeginPkcs7, sizeof kBeginPkcs7 - 1) == 0)
+    if (ovStrNCmp(copy.getString(), kBeginPkcs7, sizeof kBeginPkcs7 - 1) == 0)
         return createFromPemPkcs7(text, length, store, log);
     DataBuffer bytes;
     if (!ContentCoding::decodeBase64ToDb(text, length, bytes)) return nullptr;

@@ -102,6 +102,21 @@ CertificateHolder* CertificateHolder::wrap(CertCore* cert) {
     return h;
 }
 
+CertificateHolder* CertificateHolder::wrapFresh(CertCore* cert) {
+    CertificateHolder* h = wrap(cert);
+    if (!h) delete cert;  // nobody else holds a factory's fresh object
+    return h;
+}
+
+CertificateHolder* CertificateHolder::newWithStore(SystemCerts* store) {
+    auto* h = new (std::nothrow) CertificateHolder();
+    if (h && store) {
+        h->m_systemCerts = store;
+        store->incRefCount();
+    }
+    return h;
+}
+
 bool CertificateHolder::appendNewCertHolder(CertCore* cert, ExtPtrArray& holders, LogBase&) {
     CertificateHolder* h = wrap(cert);
     if (!h) return false;
@@ -169,21 +184,13 @@ CertCore* CertificateHolder::newCertFromX509_refcount1(OrvaneX509* x509, LogBase
 
 CertificateHolder* CertificateHolder::createFromOrvaneX509(OrvaneX509* x509, LogBase& log) {
     if (!x509) return nullptr;
-    CertCore* cert = CertCore::createFromOrvaneX509_2(x509, log);
-    if (!cert) return nullptr;
-    CertificateHolder* h = wrap(cert);
-    if (!h) delete cert;
-    return h;
+    return wrapFresh(CertCore::createFromOrvaneX509_2(x509, log));
 }
 
 CertificateHolder* CertificateHolder::createFromDer(const unsigned char* der, unsigned size,
                                                     void* ctx, LogBase& log) {
     if (ctx) {
-        CertCore* cert = CertCore::createFromDer2(der, size, ctx, nullptr, log);
-        if (!cert) return nullptr;
-        CertificateHolder* h = wrap(cert);
-        if (!h) delete cert;
-        return h;
+        return wrapFresh(CertCore::createFromDer2(der, size, ctx, nullptr, log));
     }
     auto* h = new (std::nothrow) CertificateHolder();
     if (!h) return nullptr;
@@ -197,30 +204,18 @@ CertificateHolder* CertificateHolder::createFromDer(const unsigned char* der, un
 
 CertificateHolder* CertificateHolder::createFromFile(const char* path, SystemCerts* store,
                                                      LogBase& log) {
-    CertCore* cert = CertCore::createFromFile2(path, store, log);
-    if (!cert) return nullptr;
-    CertificateHolder* h = wrap(cert);
-    if (!h) delete cert;
-    return h;
+    return wrapFresh(CertCore::createFromFile2(path, store, log));
 }
 
 CertificateHolder* CertificateHolder::createFromBinaryDetectFmt(DataBuffer& data,
                                                                 SystemCerts* store, LogBase& log) {
-    CertCore* cert = CertCore::createFromBinaryDetectFmt(data, store, log);
-    if (!cert) return nullptr;
-    CertificateHolder* h = wrap(cert);
-    if (!h) delete cert;
-    return h;
+    return wrapFresh(CertCore::createFromBinaryDetectFmt(data, store, log));
 }
 
 CertificateHolder* CertificateHolder::createFromBinary(const char* data, unsigned size,
                                                        SystemCerts* store, LogBase&) {
-    auto* h = new (std::nothrow) CertificateHolder();
+    CertificateHolder* h = newWithStore(store);
     if (!h) return nullptr;
-    if (store) {
-        h->m_systemCerts = store;
-        store->incRefCount();
-    }
     DataBuffer* db = DataBuffer::createNewObject();
     if (db) {
         db->append(data, size);
@@ -231,21 +226,13 @@ CertificateHolder* CertificateHolder::createFromBinary(const char* data, unsigne
 
 CertificateHolder* CertificateHolder::createFromPem(const StringBuffer& pem, SystemCerts* store,
                                                     LogBase& log) {
-    CertCore* cert = CertCore::createFromPemCertificate(pem.getString(), pem.getSize(), store, log);
-    if (!cert) return nullptr;
-    CertificateHolder* h = wrap(cert);
-    if (!h) delete cert;
-    return h;
+    return wrapFresh(CertCore::createFromPemCertificate(pem.getString(), pem.getSize(), store, log));
 }
 
 CertificateHolder* CertificateHolder::createFromBase64(const char* text, unsigned length,
                                                        SystemCerts* store, LogBase&) {
-    auto* h = new (std::nothrow) CertificateHolder();
+    CertificateHolder* h = newWithStore(store);
     if (!h) return nullptr;
-    if (store) {
-        h->m_systemCerts = store;
-        store->incRefCount();
-    }
     StringBuffer* sb = StringBuffer::createNewSB();
     if (!sb) return h;
     sb->appendN(text, length);

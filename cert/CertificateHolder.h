@@ -70,4 +70,9 @@ class CertificateHolder : public NonRefCountedObj {
   private:
     // Wraps cert in a new holder (null cert or allocation failure: null).
     static CertificateHolder* wrap(CertCore* cert);
+    // The same for a factory's fresh certificate (count 0), which is deleted
+    // when no holder can be made.
+    static CertificateHolder* wrapFresh(CertCore* cert);
+    // A new empty holder that keeps a reference to store (may be null).
+    static CertificateHolder* newWithStore(SystemCerts* store);
 };

@@ -4,6 +4,15 @@
 #include "support/asn1/Asn1Node.h"
 #include "support/base/ContentCoding.h"
 
+// The caller holds the lock. False without a parsed certificate or when its
+// DER comes out empty.
+bool CertCore::copyCertDer(DataBuffer& der) const {
+    OrvaneX509* x = getX509();
+    if (!x) return false;
+    x->getCertDer(der);
+    return der.getSize() != 0;
+}
+
 bool CertCore::getDEREncodedCert(DataBuffer& out) {
     if (m_magic != kMagic) return false;
     CritSecExitor lock(this);
@@ -24,11 +33,8 @@ unsigned CertCore::getDEREncodedCertSize() {
 bool CertCore::getEncodedCertForPem(StringBuffer& out, LogBase& /*log*/) {
     if (m_magic != kMagic) return false;
     CritSecExitor lock(this);
-    OrvaneX509* x = getX509();
-    if (!x) return false;
     DataBuffer der;
-    x->getCertDer(der);
-    if (der.getSize() == 0) return false;
+    if (!copyCertDer(der)) return false;
     ContentCoding cc;
     cc.setLineLength(64);
     cc.encodeBase64(der.getData2(), der.getSize(), out);
@@ -49,11 +55,8 @@ bool CertCore::getPem(StringBuffer& out, LogBase& log) {
 bool CertCore::getX509PKIPathv1(StringBuffer& out, LogBase& log) {
     if (m_magic != kMagic) return false;
     CritSecExitor lock(this);
-    OrvaneX509* x = getX509();
-    if (!x) return false;
     DataBuffer der;
-    x->getCertDer(der);
-    if (der.getSize() == 0) return false;
+    if (!copyCertDer(der)) return false;
 
     _ovAsn1* seq = _ovAsn1::newSequence();
     if (!seq) return false;
@@ -71,11 +74,9 @@ bool CertCore::getX509PKIPathv1(StringBuffer& out, LogBase& log) {
 bool CertCore::saveCert(XString& path, LogBase& log) {
     if (m_magic != kMagic) return false;
     CritSecExitor lock(this);
-    OrvaneX509* x = getX509();
-    if (!x) return false;
+    if (!getX509()) return false;
     DataBuffer der;
-    x->getCertDer(der);
-    if (der.getSize() == 0) {
+    if (!copyCertDer(der)) {
         log.logError("Empty certificate.");
         return false;
     }

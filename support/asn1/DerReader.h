@@ -10,7 +10,8 @@
 class DerInput {
   public:
     DerInput() = default;
-    DerInput(const unsigned char* p, size_t n) : m_data(n ? p : nullptr), m_size(p ? n : 0) {}
+    // An empty view keeps its position, so offsets between views stay defined.
+    DerInput(const unsigned char* p, size_t n) : m_data(p), m_size(p ? n : 0) {}
 
     const unsigned char* data() const { return m_data; }
     size_t size() const { return m_size; }

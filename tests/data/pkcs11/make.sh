@@ -6,12 +6,12 @@
 # The test token (a SoftHSM2 token made per test run) receives:
 #   rsa_cert   key + certificate, ID a1        -> found through the certificate object
 #   rsa_key    key only, ID b1                 -> found by modulus
-#   ec256_key  key + public key, ID c1         -> found by EC point on the public key
-#   ec384_cert key + certificate, ID d1        -> found through the certificate object
+#   ec256_key  key + public key, ID c1         -> found by EC point on the public key;
+#                                                 the tests clear the key's CKA_SIGN
 #   orphan     certificate only, ID f1         -> the certificate object has no key
 #   stranger   nothing                         -> no key on the token
-# dsa.cert.der, ec256c.cert.der (compressed point) and ec521.cert.der serve the
-# certificate key parser only: the token cannot import DSA keys.
+# dsa.cert.der, ec256c.cert.der (compressed point), ec384_cert.cert.der and
+# ec521.cert.der serve the certificate key parser only.
 set -e
 cd "$(dirname "$0")"
 DAYS=36500
@@ -46,4 +46,4 @@ mk dsa -paramfile dsa.params.pem
 # Keep only what the tests read.
 rm -f dsa.params.pem ec256c.key.der ec521.key.der ec521.pub.der dsa.key.der dsa.pub.der \
     ed25519.key.der ed25519.pub.der orphan.key.der orphan.pub.der stranger.key.der \
-    stranger.pub.der rsa_cert.pub.der rsa_key.pub.der ec384_cert.pub.der
+    stranger.pub.der rsa_cert.pub.der rsa_key.pub.der ec384_cert.pub.der ec384_cert.key.der

@@ -134,14 +134,9 @@ bool parseAfterYear(const char* p, bool allowFraction, AsnTimeFields& f, const c
 // Moves the parsed local time to UTC. A leap second stays at :60 by converting
 // from :59 and restoring it afterwards.
 void storeUtc(const AsnTimeFields& f, OrvaneSysTime& out) {
-    OrvaneSysTime t;
-    t.m_year = f.year;
-    t.m_month = f.month;
-    t.m_day = f.day;
-    t.m_hour = f.hour;
-    t.m_minute = f.minute;
     const bool leap = (f.second == 60);
-    t.m_second = leap ? 59 : f.second;
+    OrvaneSysTime t =
+        OrvaneSysTime::fromFields(f.year, f.month, f.day, f.hour, f.minute, leap ? 59 : f.second);
     t.fromUnixTime(t.toUnixTime() - int64_t(f.offsetMinutes) * 60);
     if (leap) t.m_second = 60;
     t.m_millisecond = f.millis;
@@ -163,6 +158,19 @@ void logBadTime(LogBase& log, const char* errorLine, const char* name, const cha
 }
 
 }  // namespace
+
+OrvaneSysTime OrvaneSysTime::fromFields(int year, int month, int day, int hour, int minute,
+                                        int second, int millisecond) {
+    OrvaneSysTime t;
+    t.m_year = year;
+    t.m_month = month;
+    t.m_day = day;
+    t.m_hour = hour;
+    t.m_minute = minute;
+    t.m_second = second;
+    t.m_millisecond = millisecond;
+    return t;
+}
 
 bool OrvaneSysTime::isLeapYear(int year) {
     return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;

@@ -24,6 +24,11 @@ class OrvaneSysTime {
     int m_millisecond = 0;
     int m_dayOfWeek = 4;  // 0 = Sunday; derived, set by the setters below
 
+    // A record holding exactly these fields, not normalised; m_dayOfWeek keeps
+    // its default.
+    static OrvaneSysTime fromFields(int year, int month, int day, int hour, int minute, int second,
+                                    int millisecond = 0);
+
     // Sets from ASN.1 UTCTime text "YYMMDDHHMM[SS](Z|+hhmm|-hhmm)"; a two-digit
     // year below 50 is 20YY, otherwise 19YY. Offsets are applied so the record
     // is in UTC. False (record unchanged) on malformed text, with an error line

@@ -12,17 +12,6 @@ namespace {
 const int kMinYear = 0;
 const int kMaxYear = 9999;
 
-int64_t unixTimeOf(int year, int month, int day, int hour, int minute, int second) {
-    OrvaneSysTime t;
-    t.m_year = year;
-    t.m_month = month;
-    t.m_day = day;
-    t.m_hour = hour;
-    t.m_minute = minute;
-    t.m_second = second;
-    return t.toUnixTime();
-}
-
 }  // namespace
 
 void _ovDateParser::checkFixSystemTime(OrvaneSysTime& t) {
@@ -36,8 +25,9 @@ void _ovDateParser::checkFixSystemTime(OrvaneSysTime& t) {
     }
     int64_t secs = t.toUnixTime() + carry;
 
-    static const int64_t kMin = unixTimeOf(kMinYear, 1, 1, 0, 0, 0);
-    static const int64_t kMax = unixTimeOf(kMaxYear, 12, 31, 23, 59, 59);
+    static const int64_t kMin = OrvaneSysTime::fromFields(kMinYear, 1, 1, 0, 0, 0).toUnixTime();
+    static const int64_t kMax =
+        OrvaneSysTime::fromFields(kMaxYear, 12, 31, 23, 59, 59).toUnixTime();
     if (secs < kMin) {
         secs = kMin;
         ms = 0;

@@ -8,6 +8,9 @@
 #include <fstream>
 #include <sstream>
 
+#include "support/base/DataBuffer.h"
+#include "support/base/LogBase.h"
+
 namespace ovtest {
 
 std::string dataPath(const std::string& rel) {
@@ -36,6 +39,23 @@ bool writeFile(const std::string& path, const std::string& content) {
     std::ofstream f(path, std::ios::binary | std::ios::trunc);
     f << content;
     return static_cast<bool>(f);
+}
+
+std::string bytes(const DataBuffer& db) {
+    return std::string(reinterpret_cast<const char*>(db.getData2()), db.getSize());
+}
+
+namespace {
+void collectErrors(const LogTree::Entry& e, std::string& out) {
+    if (e.kind == LogTree::Kind::Error) out += (out.empty() ? "" : " | ") + e.text;
+    for (const auto& child : e.children) collectErrors(*child, out);
+}
+}  // namespace
+
+std::string errors(const LogTree& log) {
+    std::string out;
+    collectErrors(log.root(), out);
+    return out;
 }
 
 TempDir::TempDir() {

@@ -5,6 +5,9 @@
 #include <string>
 #include <vector>
 
+class DataBuffer;
+class LogTree;
+
 namespace ovtest {
 
 // Path of a fixture under tests/data.
@@ -12,6 +15,10 @@ std::string dataPath(const std::string& rel);
 std::string readFile(const std::string& path);
 std::vector<unsigned char> readFileBytes(const std::string& path);
 bool writeFile(const std::string& path, const std::string& content);
+// The bytes held by the buffer.
+std::string bytes(const DataBuffer& db);
+// The error lines of the log in order, joined by " | "; empty when there are none.
+std::string errors(const LogTree& log);
 
 // A fresh directory under the system temp dir, removed by the destructor.
 class TempDir {

@@ -1,11 +1,7 @@
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <cstdlib>
+#include <algorithm>
 #include <cstring>
-#include <memory>
 #include <new>
 #include <string>
 #include <vector>
@@ -18,8 +14,11 @@
 #include "support/base/XString.h"
 #include "support/net/ClsHttp.h"
 #include "support/net/HttpResult.h"
+#include "support_common/TestUtil.h"
 
 namespace {
+
+using ovtest::bytes;
 
 // The bytes the test server sends for /bytes/N and /chunked/N.
 std::string pattern(size_t n) {
@@ -28,455 +27,197 @@ std::string pattern(size_t n) {
     return s;
 }
 
-std::string str(const DataBuffer& db) {
-    return std::string(reinterpret_cast<const char*>(db.getData2()), db.getSize());
-}
-
 std::string header(const HttpResult& r, const char* name) {
     StringBuffer sb;
-    if (!r.getHeaderField(name, sb)) return "<none>";
-    return sb.getString();
+    return r.getHeaderField(name, sb) ? sb.getString() : "-";
 }
 
 std::string dataOf(const LogTree& log, const char* name) {
     std::string v;
-    return log.findData(name, v) ? v : "<none>";
-}
-
-// A port on 127.0.0.1 where nobody listens: bound by us, then released.
-int unusedPort() {
-    int s = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof a;
-    int port = -1;
-    if (bind(s, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 &&
-        getsockname(s, reinterpret_cast<sockaddr*>(&a), &len) == 0) {
-        port = ntohs(a.sin_port);
-    }
-    close(s);
-    return port;
+    return log.findData(name, v) ? v : "-";
 }
 
 class HttpPeerTest : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
-        // The requests go to 127.0.0.1 directly; a proxy from the environment
-        // would otherwise receive them.
-        for (const char* v :
-             {"http_proxy", "HTTP_PROXY", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"}) {
-            unsetenv(v);
+        // Straight to 127.0.0.1: a proxy from the environment must not get the requests.
+        for (const char* v : {"http_proxy", "HTTP_PROXY", "all_proxy", "ALL_PROXY"}) unsetenv(v);
+        if (!s_server.start(OV_SOURCE_DIR "/tests/support/net", "python3 http_test_server.py") ||
+            !s_server.readLine(s_port, 15000)) {
+            s_port.clear();
         }
-        std::string python = ovtest::findProgram("python3");
-        if (python.empty()) return;
-        s_server = new ovtest::PeerProcess;
-        std::string script = std::string(OV_SOURCE_DIR) + "/tests/support/net/http_test_server.py";
-        std::string line;
-        if (s_server->start({python, script}) && s_server->readLine(line, 15000)) s_port = line;
-    }
-    static void TearDownTestSuite() {
-        delete s_server;
-        s_server = nullptr;
     }
     void SetUp() override {
         ASSERT_FALSE(s_port.empty())
-            << "the HTTP test server (python3 tests/support/net/http_test_server.py) did not start";
+            << "python3 tests/support/net/http_test_server.py did not start";
     }
-
     static std::string url(const std::string& path) { return "http://127.0.0.1:" + s_port + path; }
 
-    static ovtest::PeerProcess* s_server;
-    static std::string s_port;
+    // binaryRequest to the path: "status method-the-server-saw body", then
+    // " @path" when the answer came from elsewhere; or the error lines, with
+    // the response buffer checked to be as it was.
+    static std::string send(ClsHttp& http, const char* verb, const std::string& path,
+                            const std::string& body, const char* contentType,
+                            const char* extra = nullptr, bool follow = false, bool gzip = false,
+                            HttpResult* result = nullptr) {
+        XString u(url(path).c_str()), ct(contentType);
+        DataBuffer req, out;
+        HttpResult own;
+        HttpResult& r = result ? *result : own;
+        LogTree log;
+        out.append("keep", 4);
+        req.append(body.data(), static_cast<unsigned>(body.size()));
+        if (!http.binaryRequest(verb, u, extra, req, ct, follow, gzip, r, out, nullptr, log))
+            return ovtest::errors(log) + (bytes(out) == "keep" ? "" : " (response changed)");
+        StringBuffer at;
+        r.getFinalUrl(at);
+        const std::string moved = at.equals(url(path).c_str())
+                                      ? ""
+                                      : " @" + std::string(at.getString()).substr(url("").size());
+        return std::to_string(r.get_StatusCode()) + " " + header(r, "X-Echo-Method") + " " +
+               bytes(out).substr(4) + moved + ovtest::errors(log);
+    }
+
+    static inline ovtest::PeerProcess s_server;  // stopped when the program ends
+    static inline std::string s_port;
 };
 
-ovtest::PeerProcess* HttpPeerTest::s_server = nullptr;
-std::string HttpPeerTest::s_port;
-
-TEST_F(HttpPeerTest, QuickGetAppendsTheBody) {
+TEST_F(HttpPeerTest, QuickGetTakesOnlyWholeSuccessfulBodies) {
+    const char* protocol = "The URL's protocol is not supported (only http and https are).";
     struct Case {
-        const char* name;
-        const char* path;
-        size_t size;
-    };
-    const Case cases[] = {
-        {"empty body", "/bytes/0", 0},
-        {"one byte", "/bytes/1", 1},
-        {"larger than one read", "/bytes/300000", 300000},
-        {"chunked without length", "/chunked/70001", 70001},
-        {"three redirects", "/redirect/3", 100},
+        std::string url;
+        const char *error, *status;  // the logged "statusCode"
+        size_t size = 0;             // of the body on success
+    } cases[] = {
+        {url("/bytes/0"), "", "200", 0},
+        {url("/chunked/4096"), "", "200", 4096},
+        {url("/redirect/5"), "", "200", 100},
+        {url("/status/404"), "The server did not answer with a success status (2xx).", "404"},
+        {url("/redirect/6"), "Too many redirects.", "302"},
+        {url("/slow/20"), "The HTTP request timed out.", "-"},
+        {url("/truncated"), "The connection closed before the whole response arrived.", "200"},
+        {url("/chunked/4097"), "The response is larger than the maximum response size.", "200"},
+        {"http://127.0.0.1:1/x", "Failed to connect to the server.", "-"},
+        {"http://no-such-host.invalid/crl", "Failed to resolve the host name.", "-"},
+        {"file:///etc/hostname", protocol, "-"},
+        {url("/redirect-file"), protocol, "302"},
+        {"", "No URL given.", "-"},
     };
     ClsHttp http;  // one client for all: connections are reused between cases
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        XString u(url(c.path).c_str());
-        DataBuffer out;
-        out.append("prefix", 6);
-        LogTree log;
-        ASSERT_TRUE(http.quickGet(u, out, nullptr, log)) << log.text();
-        EXPECT_EQ(str(out), "prefix" + pattern(c.size));
-        EXPECT_FALSE(log.hasErrors());
-        EXPECT_EQ(dataOf(log, "statusCode"), "200");
-    }
-}
-
-TEST_F(HttpPeerTest, QuickGetFailuresLeaveTheBufferAndSayWhy) {
-    const char* notOk = "The server did not answer with a success status (2xx).";
-    struct Case {
-        const char* name;
-        std::string url;
-        const char* error;
-        const char* status;  // logged "statusCode", or "<none>"
-        unsigned timeoutMs;
-        unsigned maxSize;
-    };
-    const Case cases[] = {
-        {"not found", url("/status/404"), notOk, "404", 0, 0},
-        {"server error", url("/status/500"), notOk, "500", 0, 0},
-        {"redirect without location", url("/status/302"), notOk, "302", 0, 0},
-        {"redirect loop", url("/loop"), "Too many redirects.", "302", 0, 0},
-        {"chain longer than allowed", url("/redirect/6"), "Too many redirects.", "302", 0, 0},
-        {"slower than the timeout", url("/slow/20"), "The HTTP request timed out.", "<none>", 700,
-         0},
-        {"closed mid-body", url("/truncated"),
-         "The connection closed before the whole response arrived.", "200", 0, 0},
-        {"announced body too large", url("/bytes/5000"),
-         "The response is larger than the maximum response size.", "200", 0, 4096},
-        {"chunked body too large", url("/chunked/50000"),
-         "The response is larger than the maximum response size.", "200", 0, 4096},
-        {"connection refused", "http://127.0.0.1:" + std::to_string(unusedPort()) + "/x",
-         "Failed to connect to the server.", "<none>", 0, 0},
-        {"name that cannot resolve", "http://no-such-host.invalid/crl",
-         "Failed to resolve the host name.", "<none>", 0, 0},
-        {"file URL", "file:///etc/hostname",
-         "The URL's protocol is not supported (only http and https are).", "<none>", 0, 0},
-        {"ldap URL", "ldap://127.0.0.1/cn=x?certificateRevocationList",
-         "The URL's protocol is not supported (only http and https are).", "<none>", 0, 0},
-        {"redirect to a file URL", url("/redirect-file"),
-         "The URL's protocol is not supported (only http and https are).", "302", 0, 0},
-        {"empty URL", "", "No URL given.", "<none>", 0, 0},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        ClsHttp http;
-        if (c.timeoutMs) http.put_TimeoutMs(c.timeoutMs);
-        if (c.maxSize) http.put_MaxResponseSize(c.maxSize);
+    http.put_MaxResponseSize(4096);
+    for (const auto& c : cases) {
+        http.put_TimeoutMs(c.url.find("/slow/") != std::string::npos ? 700 : 0);
         XString u(c.url.c_str());
         DataBuffer out;
         out.append("keep", 4);
         LogTree log;
-        EXPECT_FALSE(http.quickGet(u, out, nullptr, log));
-        EXPECT_EQ(str(out), "keep");
-        EXPECT_TRUE(log.hasError(c.error)) << log.text();
-        EXPECT_EQ(log.numErrors(), 1) << log.text();
-        EXPECT_EQ(dataOf(log, "url"), c.url);
-        EXPECT_EQ(dataOf(log, "statusCode"), c.status) << log.text();
+        EXPECT_EQ(http.quickGet(u, out, nullptr, log), !*c.error) << c.url;
+        EXPECT_EQ(bytes(out), "keep" + pattern(c.size)) << c.url;
+        EXPECT_EQ(ovtest::errors(log) + " [" + dataOf(log, "url") + " " + dataOf(log, "statusCode"),
+                  std::string(c.error) + " [" + c.url + " " + c.status);
     }
-}
-
-TEST_F(HttpPeerTest, RedirectLimitIsASetting) {
-    ClsHttp http;
+    http.put_MaxRedirects(6);
     XString u(url("/redirect/6").c_str());
     DataBuffer out;
     LogTree log;
-    http.put_MaxRedirects(6);
     EXPECT_TRUE(http.quickGet(u, out, nullptr, log)) << log.text();
-    EXPECT_EQ(str(out), pattern(100));
-    http.put_MaxRedirects(0);
-    EXPECT_FALSE(http.quickGet(u, out, nullptr, log));
 }
 
-TEST_F(HttpPeerTest, BinaryRequestSendsVerbBodyAndContentType) {
-    std::string body("\x30\x00\x01\xff\r\n binary", 13);
+TEST_F(HttpPeerTest, BinaryRequestSendsWhatItIsGivenAndCompletesWhateverTheStatus) {
+    const std::string bin("\x30\x00\x01\xff\r\n bin", 10);
+    const char* badHeaders = "The extra request headers are malformed.";
     struct Case {
-        const char* name;
-        const char* verb;
-        const char* contentType;
-        std::string body;
-    };
-    const Case cases[] = {
-        {"POST", "POST", "application/ocsp-request", body},
-        {"PUT", "PUT", "application/octet-stream", body},
-        {"PATCH", "PATCH", "text/plain; charset=utf-8", "text"},
-        {"DELETE with a body", "DELETE", "application/json", "{}"},
-        {"POST without a body", "POST", "application/ocsp-request", ""},
-        {"POST without a content type", "POST", "", body},
-    };
-    ClsHttp http;
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        XString u(url("/echo").c_str());
-        XString ct(c.contentType);
-        DataBuffer req, resp;
-        req.append(c.body.data(), static_cast<unsigned>(c.body.size()));
-        HttpResult result;
-        LogTree log;
-        ASSERT_TRUE(http.binaryRequest(c.verb, u, nullptr, req, ct, false, false, result, resp,
-                                       nullptr, log))
-            << log.text();
-        EXPECT_EQ(result.get_StatusCode(), 200);
-        EXPECT_EQ(str(resp), c.body);
-        EXPECT_EQ(header(result, "x-echo-method"), c.verb);
-        EXPECT_EQ(header(result, "X-Echo-Content-Type"), c.contentType);
-    }
-}
-
-TEST_F(HttpPeerTest, BinaryRequestCompletesWhateverTheStatus) {
-    struct Case {
-        const char* name;
-        const char* path;
-        int status;
-        const char* body;
-    };
-    const Case cases[] = {
-        {"not found", "/status/404", 404, "<html>error page 404</html>"},
-        {"server error", "/status/500", 500, "<html>error page 500</html>"},
-        {"unavailable", "/status/503", 503, "<html>error page 503</html>"},
-    };
-    ClsHttp http;
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        XString u(url(c.path).c_str());
-        XString ct("application/ocsp-request");
-        DataBuffer req, resp;
-        req.append("x", 1);
-        HttpResult result;
-        LogTree log;
-        EXPECT_TRUE(http.binaryRequest("POST", u, nullptr, req, ct, false, false, result, resp,
-                                       nullptr, log));
-        EXPECT_EQ(result.get_StatusCode(), c.status);
-        EXPECT_EQ(str(resp), c.body);
-        EXPECT_FALSE(log.hasErrors()) << log.text();
-    }
-}
-
-TEST_F(HttpPeerTest, BinaryRequestRedirects) {
-    struct Case {
-        const char* name;
-        int code;
+        const char *verb, *path, *contentType, *extra;
         bool follow;
-        int wantStatus;
-        const char* wantMethod;
-        bool wantBody;
+        std::string want;  // see send()
+    } cases[] = {
+        {"POST", "/echo", "application/ocsp-request", nullptr, false, "200 POST " + bin},
+        {"PUT", "/echo", "text/plain; charset=utf-8", nullptr, false, "200 PUT " + bin},
+        {"POST", "/status/503", "a/b", nullptr, false, "503 - <html>error page 503</html>"},
+        {"HEAD", "/bytes/10", "", nullptr, false, "200 - "},
+        {"POST", "/redirect-to/301", "a/b", nullptr, true, "200 POST " + bin + " @/echo"},
+        {"POST", "/redirect-to/302", "a/b", nullptr, true, "200 POST " + bin + " @/echo"},
+        {"POST", "/redirect-to/303", "a/b", nullptr, true, "200 GET  @/echo"},
+        {"POST", "/redirect-to/307", "a/b", nullptr, true, "200 POST " + bin + " @/echo"},
+        {"POST", "/redirect-to/307", "a/b", nullptr, false, "307 - "},
+        {"PO ST", "/echo", "a/b", nullptr, false, "The HTTP verb is not valid."},
+        {nullptr, "/echo", "a/b", nullptr, false, "The HTTP verb is not valid."},
+        {"POST", "/echo", "a/b\r\nX: 1", nullptr, false,
+         "A request header value holds a line break."},
+        {"POST", "/echo", "a/b", "NoColon", false, badHeaders},
+        {"POST", "/echo", "a/b", "Bad Name: v", false, badHeaders},
+        {"POST", "/echo", "a/b", "X-A: 1\rX-B: 2", false, badHeaders},
     };
-    const Case cases[] = {
-        {"307 keeps verb and body", 307, true, 200, "POST", true},
-        {"308 keeps verb and body", 308, true, 200, "POST", true},
-        {"301 keeps verb and body", 301, true, 200, "POST", true},
-        {"302 keeps verb and body", 302, true, 200, "POST", true},
-        {"303 turns into GET", 303, true, 200, "GET", false},
-        {"not followed", 307, false, 307, "<none>", false},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        ClsHttp http;
-        XString u(url("/redirect-to/" + std::to_string(c.code)).c_str());
-        XString ct("application/ocsp-request");
-        DataBuffer req, resp;
-        req.append("payload", 7);
-        HttpResult result;
-        LogTree log;
-        ASSERT_TRUE(http.binaryRequest("POST", u, nullptr, req, ct, c.follow, false, result, resp,
-                                       nullptr, log))
-            << log.text();
-        EXPECT_EQ(result.get_StatusCode(), c.wantStatus);
-        EXPECT_EQ(header(result, "X-Echo-Method"), c.wantMethod);
-        EXPECT_EQ(str(resp), c.wantBody ? "payload" : "");
-        StringBuffer finalUrl;
-        result.getFinalUrl(finalUrl);
-        EXPECT_EQ(finalUrl.getString(), c.follow ? url("/echo") : url("/redirect-to/307"));
-        if (!c.follow) {
-            EXPECT_EQ(header(result, "Location"), "/echo");
-        }
+    ClsHttp http;
+    for (const auto& c : cases) {
+        const std::string body = strcmp(c.path, "/bytes/10") ? bin : "";
+        EXPECT_EQ(send(http, c.verb, c.path, body, c.contentType, c.extra, c.follow), c.want)
+            << (c.verb ? c.verb : "null") << " " << c.path << " " << c.contentType;
     }
 }
 
 TEST_F(HttpPeerTest, HeadersUserAgentAndCompression) {
     ClsHttp http;
-    XString u(url("/headers").c_str());
-    XString none;
-    DataBuffer empty, resp;
-    HttpResult result;
-    LogTree log;
-    ASSERT_TRUE(http.binaryRequest("GET", u, "X-One: 1\r\nX-Two: two words\n\n", empty, none, false,
-                                   false, result, resp, nullptr, log))
-        << log.text();
-    std::string seen = str(resp);
-    EXPECT_NE(seen.find("X-One: 1\n"), std::string::npos) << seen;
-    EXPECT_NE(seen.find("X-Two: two words\n"), std::string::npos) << seen;
-    EXPECT_NE(seen.find("User-Agent: orvane-http/1.0\n"), std::string::npos) << seen;
+    std::string seen = send(http, "GET", "/headers", "", "", "X-One: 1\r\nX-Two: a b\n\n");
+    for (const char* line : {"X-One: 1\n", "X-Two: a b\n", "User-Agent: orvane-http/1.0\n"})
+        EXPECT_NE(seen.find(line), std::string::npos) << seen;
     EXPECT_EQ(seen.find("Content-Type"), std::string::npos) << seen;  // no body, no type
-
     ASSERT_TRUE(http.put_UserAgent("probe/2"));
-    resp.clear();
-    ASSERT_TRUE(http.binaryRequest("GET", u, nullptr, empty, none, false, false, result, resp,
-                                   nullptr, log));
-    EXPECT_NE(str(resp).find("User-Agent: probe/2\n"), std::string::npos) << str(resp);
-
-    XString gz(url("/gzip").c_str());
-    resp.clear();
-    ASSERT_TRUE(http.binaryRequest("GET", gz, nullptr, empty, none, false, true, result, resp,
-                                   nullptr, log));
-    EXPECT_EQ(str(resp), pattern(5000));
-    resp.clear();
-    ASSERT_TRUE(http.binaryRequest("GET", gz, nullptr, empty, none, false, false, result, resp,
-                                   nullptr, log));
-    ASSERT_GE(resp.getSize(), 2u);
-    EXPECT_EQ(resp.getData2()[0], 0x1f);  // gzip magic: passed through undecoded
-    EXPECT_EQ(resp.getData2()[1], 0x8b);
-
-    XString b(url("/bytes/10").c_str());
-    resp.clear();
-    ASSERT_TRUE(http.binaryRequest("HEAD", b, nullptr, empty, none, false, false, result, resp,
-                                   nullptr, log));
-    EXPECT_EQ(result.get_StatusCode(), 200);
-    EXPECT_EQ(resp.getSize(), 0u);
-    EXPECT_EQ(header(result, "content-length"), "10");
-    EXPECT_FALSE(log.hasErrors()) << log.text();
-}
-
-TEST_F(HttpPeerTest, MalformedRequestsAreRefusedBeforeSending) {
-    struct Case {
-        const char* name;
-        const char* verb;
-        const char* extra;
-        const char* contentType;
-        const char* error;
-    };
-    const Case cases[] = {
-        {"verb with a space", "PO ST", nullptr, "a/b", "The HTTP verb is not valid."},
-        {"empty verb", "", nullptr, "a/b", "The HTTP verb is not valid."},
-        {"null verb", nullptr, nullptr, "a/b", "The HTTP verb is not valid."},
-        {"content type with a line break", "POST", nullptr, "a/b\r\nX-Evil: 1",
-         "A request header value holds a line break."},
-        {"header line without a colon", "POST", "NoColon", "a/b",
-         "The extra request headers are malformed."},
-        {"header name with a space", "POST", "Bad Name: v", "a/b",
-         "The extra request headers are malformed."},
-        {"bare CR inside a header", "POST", "X-A: 1\rX-B: 2", "a/b",
-         "The extra request headers are malformed."},
-    };
-    ClsHttp http;
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        XString u(url("/echo").c_str());
-        XString ct(c.contentType);
-        DataBuffer req, resp;
-        req.append("x", 1);
-        resp.append("keep", 4);
-        HttpResult result;
-        LogTree log;
-        EXPECT_FALSE(http.binaryRequest(c.verb, u, c.extra, req, ct, false, false, result, resp,
-                                        nullptr, log));
-        EXPECT_TRUE(log.hasError(c.error)) << log.text();
-        EXPECT_EQ(log.numErrors(), 1);
-        EXPECT_EQ(str(resp), "keep");
-        EXPECT_EQ(result.get_StatusCode(), 0);
-    }
-    // A bad user agent is refused the same way.
+    seen = send(http, "GET", "/headers", "", "");
+    EXPECT_NE(seen.find("User-Agent: probe/2\n"), std::string::npos) << seen;
+    EXPECT_EQ(send(http, "GET", "/gzip", "", "", nullptr, false, true), "200 - " + pattern(5000));
+    EXPECT_EQ(send(http, "GET", "/gzip", "", "").substr(0, 8), "200 - \x1f\x8b");  // as sent
+    // Nothing of one request (verb, body, type, headers) is left for the next.
+    EXPECT_EQ(send(http, "PUT", "/echo", "abc", "a/b", "X-Once: 1"), "200 PUT abc");
+    EXPECT_EQ(send(http, "GET", "/headers", "", "").find("X-Once"), std::string::npos);
+    HttpResult result;
+    EXPECT_EQ(send(http, "GET", "/echo", "", "", nullptr, false, false, &result), "200 GET ");
+    EXPECT_EQ(header(result, "X-Echo-Content-Type"), "");
     ASSERT_TRUE(http.put_UserAgent("ua\nX-Evil: 1"));
-    XString u(url("/bytes/1").c_str());
-    DataBuffer out;
-    LogTree log;
-    EXPECT_FALSE(http.quickGet(u, out, nullptr, log));
-    EXPECT_TRUE(log.hasError("A request header value holds a line break.")) << log.text();
-}
-
-TEST_F(HttpPeerTest, NothingOfOneRequestLeaksIntoTheNext) {
-    ClsHttp http;
-    XString echo(url("/echo").c_str());
-    XString ct("application/x-one");
-    XString none;
-    DataBuffer body, empty;
-    body.append("abc", 3);
-    for (int round = 0; round < 3; ++round) {
-        SCOPED_TRACE(round);
-        HttpResult result;
-        DataBuffer resp;
-        LogTree log;
-        ASSERT_TRUE(http.binaryRequest("PUT", echo, "X-Once: 1", body, ct, false, false, result,
-                                       resp, nullptr, log));
-        EXPECT_EQ(header(result, "X-Echo-Method"), "PUT");
-
-        // A plain GET on the same client: no verb, body, type or header left over.
-        resp.clear();
-        ASSERT_TRUE(http.binaryRequest("GET", echo, nullptr, empty, none, false, false, result,
-                                       resp, nullptr, log));
-        EXPECT_EQ(header(result, "X-Echo-Method"), "GET");
-        EXPECT_EQ(header(result, "X-Echo-Content-Type"), "");
-        EXPECT_EQ(str(resp), "");
-
-        XString missing(url("/status/404").c_str());
-        XString good(url("/bytes/64").c_str());
-        DataBuffer out;
-        EXPECT_FALSE(http.quickGet(missing, out, nullptr, log));
-        EXPECT_TRUE(http.quickGet(good, out, nullptr, log));
-        EXPECT_EQ(str(out), pattern(64));
-    }
+    EXPECT_EQ(send(http, "GET", "/echo", "", ""), "A request header value holds a line break.");
 }
 
 struct RecordingProgress : ProgressEvent {
     std::vector<int> percents;
-    int abortAtPercent = 1000;
-    int abortChecks = 0;
+    int abortAtPercent = 1000, checks = 0;
     bool abortOnCheck = false;
     bool onPercentDone(int pct) override {
         percents.push_back(pct);
         return pct >= abortAtPercent;
     }
-    bool onAbortCheck() override {
-        ++abortChecks;
-        return abortOnCheck;
-    }
+    bool onAbortCheck() override { return ++checks, abortOnCheck; }
 };
 
 TEST_F(HttpPeerTest, ProgressIsReportedAndCanAbort) {
     ClsHttp http;
-    XString big(url("/bytes/2000000").c_str());
-    {
-        RecordingProgress p;
-        DataBuffer out;
-        LogTree log;
-        ASSERT_TRUE(http.quickGet(big, out, &p, log)) << log.text();
-        ASSERT_FALSE(p.percents.empty());
-        for (size_t i = 1; i < p.percents.size(); ++i) EXPECT_LT(p.percents[i - 1], p.percents[i]);
-        EXPECT_GE(p.percents.front(), 0);
-        EXPECT_EQ(p.percents.back(), 100);
-        EXPECT_GT(p.abortChecks, 0);
-    }
-    {
-        RecordingProgress p;
-        p.abortAtPercent = 0;
-        DataBuffer out;
-        out.append("keep", 4);
-        LogTree log;
-        EXPECT_FALSE(http.quickGet(big, out, &p, log));
-        EXPECT_TRUE(log.hasError("The HTTP request was aborted by the application.")) << log.text();
-        EXPECT_EQ(str(out), "keep");
-    }
-    {
-        // An abort while waiting for a slow server ends the wait: the server
-        // would otherwise answer 200 after 20 seconds, well inside the timeout.
-        RecordingProgress p;
-        p.abortOnCheck = true;
-        XString slow(url("/slow/20").c_str());
-        DataBuffer out;
-        LogTree log;
-        EXPECT_FALSE(http.quickGet(slow, out, &p, log));
-        EXPECT_TRUE(log.hasError("The HTTP request was aborted by the application.")) << log.text();
+    XString big(url("/bytes/2000000").c_str()), slow(url("/slow/20").c_str());
+    RecordingProgress all, atZero, waiting;
+    atZero.abortAtPercent = 0;
+    waiting.abortOnCheck = true;  // ends the wait for a server that answers after 20 s
+    DataBuffer out;
+    LogTree log;
+    ASSERT_TRUE(http.quickGet(big, out, &all, log)) << log.text();
+    EXPECT_TRUE(std::is_sorted(all.percents.begin(), all.percents.end()));
+    EXPECT_EQ(all.percents.empty() ? -1 : all.percents.back(), 100);
+    EXPECT_GT(all.checks, 0);
+    for (auto* p : {&atZero, &waiting}) {
+        DataBuffer keep;
+        keep.append("keep", 4);
+        LogTree alog;
+        EXPECT_FALSE(http.quickGet(p == &atZero ? big : slow, keep, p, alog));
+        EXPECT_TRUE(alog.hasError("The HTTP request was aborted by the application."));
+        EXPECT_EQ(bytes(keep), "keep");
     }
 }
 
 TEST(ClsHttp, ValidityMarkerLivesWithTheObject) {
     ClsHttp* h = ClsHttp::createNewCls();
     ASSERT_NE(h, nullptr);
-    EXPECT_EQ(h->m_magic, 0x991144AAu);
-    EXPECT_TRUE(h->isValidObject());
+    EXPECT_TRUE(h->isValidObject() && h->m_magic == 0x991144AAu);
     EXPECT_TRUE(h->decRefCount());
-
     // The destructor's clearing store must survive optimisation (stores into an
-    // object that is being destroyed are candidates for elimination), so look
-    // at the memory after destruction through storage we own.
+    // object being destroyed are candidates for elimination), so look at the
+    // memory afterwards through storage we own.
     alignas(ClsHttp) unsigned char storage[sizeof(ClsHttp)];
     ClsHttp* p = new (storage) ClsHttp();
     const size_t offset = reinterpret_cast<unsigned char*>(&p->m_magic) - storage;
@@ -484,6 +225,32 @@ TEST(ClsHttp, ValidityMarkerLivesWithTheObject) {
     unsigned after;
     memcpy(&after, storage + offset, sizeof after);
     EXPECT_NE(after, 0x991144AAu);
+}
+
+// The lines as libcurl hands them over: a redirect and an interim answer
+// before the last response, folded and blank-padded values, lines that are no
+// header at all.
+TEST(HttpResult, KeepsTheLastResponsesHeaders) {
+    HttpResult r;
+    for (const char* l :
+         {"HTTP/1.1 302 Found\r\n", "Location: /x\r\n", "\r\n", "HTTP/1.1 100 Continue\r\n", "\r\n",
+          "HTTP/2 201\r\n", "A :  spaced value \t\r\n", "X-Long: first\r\n", "\t second\r\n",
+          "no colon\r\n", ": no name\r\n", "Location: http://h:8080/p\n", "set-cookie: a=1",
+          "Set-Cookie: b=2"}) {
+        ASSERT_TRUE(r.addHeaderLine(l, strlen(l)));
+    }
+    StringBuffer s;
+    r.getStatusLine(s);
+    for (int i = 0; i <= r.get_NumHeaders(); ++i)
+        s.append(s.append(";") && r.getHeaderName(i, s) && s.append("=") && r.getHeaderValue(i, s)
+                     ? ""
+                     : "!");
+    EXPECT_STREQ(s.getString(),
+                 "HTTP/2 201;A=spaced value;X-Long=first second;"
+                 "Location=http://h:8080/p;set-cookie=a=1;Set-Cookie=b=2;!");
+    EXPECT_EQ(header(r, "SET-COOKIE"), "a=1");  // case-blind, the first wins
+    r.clear();
+    EXPECT_EQ(r.get_StatusCode() + r.get_NumHeaders(), 0);
 }
 
 }  // namespace

@@ -1,41 +1,53 @@
-// A peer program started by a test (an HTTP server, an OCSP responder): started
-// with its standard output on a pipe, stopped by its process id when the owner
-// goes away.
+// A peer program for a test (an HTTP server, an OCSP responder), started
+// through the shell with its standard output on a pipe, and stopped by its
+// process id when this object goes away.
 #pragma once
 
-#include <sys/types.h>
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <string>
-#include <vector>
+
+#include "support_common/TestUtil.h"
 
 namespace ovtest {
 
 class PeerProcess {
   public:
     PeerProcess() = default;
-    ~PeerProcess() { stop(); }
     PeerProcess(const PeerProcess&) = delete;
     PeerProcess& operator=(const PeerProcess&) = delete;
+    ~PeerProcess() {
+        if (m_pid > 0) kill(m_pid, SIGTERM);
+        if (m_out) pclose(m_out);
+    }
 
-    // Starts argv[0] (searched in PATH) in dir (empty: the current directory).
-    // Standard error goes to errFile when given, otherwise to /dev/null. False
-    // when the program cannot be started.
-    bool start(const std::vector<std::string>& argv, const std::string& dir = "",
-               const std::string& errFile = "");
-    // Reads one line of the peer's standard output (without the line end),
-    // waiting at most timeoutMs. False at end of output or on timeout.
-    bool readLine(std::string& line, int timeoutMs);
-    // Asks the peer to end (SIGTERM), then forces it (SIGKILL) after a grace
-    // period, and reaps it. Safe to call twice.
-    void stop();
+    // Runs the command line in dir; the shell reports its process id and then
+    // becomes the program. False when that does not happen.
+    bool start(const std::string& dir, const std::string& command) {
+        m_out = popen(("cd " + shq(dir) + " && echo $$ && exec " + command).c_str(), "r");
+        std::string pid;
+        return m_out && readLine(pid, 5000) && (m_pid = atoi(pid.c_str())) > 0;
+    }
+
+    // The next line of the program's output, without its line end. False at
+    // the end of the output or when a byte takes longer than timeoutMs.
+    bool readLine(std::string& line, int timeoutMs) {
+        line.clear();
+        for (char c;;) {
+            pollfd p{fileno(m_out), POLLIN, 0};
+            if (poll(&p, 1, timeoutMs) <= 0 || read(p.fd, &c, 1) != 1) return false;
+            if (c == '\n') return true;
+            line += c;
+        }
+    }
 
   private:
+    FILE* m_out = nullptr;
     pid_t m_pid = -1;
-    int m_out = -1;
-    std::string m_pending;
 };
-
-// The path of a program in PATH, or empty.
-std::string findProgram(const std::string& name);
 
 }  // namespace ovtest

@@ -6,7 +6,6 @@ Routes (GET unless noted):
   /bytes/N             N bytes of a fixed pattern, with Content-Length
   /chunked/N           the same N bytes, chunked, without Content-Length
   /redirect/K          302 chain of K hops ending at /bytes/100
-  /loop                302 to itself, for ever
   /redirect-to/CODE    a CODE redirect to /echo (any verb)
   /redirect-file       a redirect to a file: URL
   /status/CODE         that status, with a small error page as the body
@@ -79,8 +78,6 @@ class Handler(http.server.BaseHTTPRequestHandler):
         if head == "redirect":
             k = int(arg)
             return self.redirect(302, "/bytes/100" if k <= 1 else "/redirect/%d" % (k - 1))
-        if head == "loop":
-            return self.redirect(302, "/loop")
         if head == "redirect-file":
             return self.redirect(302, "file:///etc/hostname")
         if head == "redirect-to":

@@ -9,7 +9,6 @@
 using certtest::CertRef;
 using certtest::derOf;
 using certtest::fixture;
-using certtest::subjectCn;
 
 namespace {
 
@@ -17,60 +16,59 @@ CertCore* detect(const std::string& s, LogBase& log, SystemCerts* store = nullpt
     return CertCore::createFromBinary2(s.data(), static_cast<unsigned>(s.size()), store, log);
 }
 
+std::string base64Of(const std::string& bytes) {
+    DataBuffer db;
+    db.append(bytes.data(), static_cast<unsigned>(bytes.size()));
+    StringBuffer sb;
+    db.encodeDB("base64", sb);
+    return sb.getString();
+}
+
+std::string utf16le(const std::string& ascii) {
+    std::string out;
+    for (char c : ascii) out += std::string(1, c) + '\0';
+    return out;
+}
+
 TEST(CertLoad, EveryFormatYieldsTheSameDer) {
-    const std::string ecDer = fixture("ec.der");
-    const std::string ecPem = fixture("ec.pem");
-    const std::string b64 = fixture("ec.b64");
-    struct Case {
-        const char* name;
-        std::string input;
-        const char* info;  // the detection step's info line, if any
-    } cases[] = {
-        {"der", ecDer, nullptr},
-        {"pem", ecPem, nullptr},
-        {"pem after text", "Subject: whatever\r\nsome notes\n" + ecPem, nullptr},
-        {"pem without end marker", ecPem.substr(0, ecPem.find("-----END")), nullptr},
-        {"pem with crlf",
-         [&] {
-             std::string s;
-             for (char c : ecPem) s += (c == '\n') ? std::string("\r\n") : std::string(1, c);
-             return s;
-         }(),
-         nullptr},
-        {"base64", b64, "Loading cert from base64..."},
-        {"utf16le base64", fixture("ec-utf16le.b64"), "Loading cert from Utf16LE base64..."},
-        {"utf16le base64 odd length", fixture("ec-utf16le.b64") + "Z",
-         "Loading cert from Utf16LE base64..."},
-        {"json array takes the first", fixture("ec-rsa.json"), "Found base64 in JSON array."},
-        {"base64 of pem",
-         [&] {
-             DataBuffer db;
-             db.append(ecPem.data(), static_cast<unsigned>(ecPem.size()));
-             StringBuffer sb;
-             db.encodeDB("base64", sb);
-             return std::string(sb.getString());
-         }(),
-         "Loading cert from base64..."},
-        {"pem of base64 of pem",
-         [&] {
-             DataBuffer db;
-             db.append(ecPem.data(), static_cast<unsigned>(ecPem.size()));
-             StringBuffer sb;
-             db.encodeDB("base64", sb);
-             return "-----BEGIN CERTIFICATE-----\n" + std::string(sb.getString()) +
-                    "\n-----END CERTIFICATE-----\n";
-         }(),
-         nullptr},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        LogTree log;
-        CertRef cert(detect(c.input, log));
-        ASSERT_TRUE(cert) << log.text();
-        EXPECT_EQ(derOf(cert.get()), ecDer);
-        EXPECT_TRUE(log.hasContext("createFromBinary"));
-        if (c.info) {
-            EXPECT_TRUE(log.hasInfo(c.info)) << log.text();
+    for (const std::string key : {"rsa", "ec", "ed25519"}) {
+        const std::string der = fixture(key + ".der");
+        const std::string pem = fixture(key + ".pem");
+        const std::string b64 = base64Of(der);
+        std::string crlfPem;
+        for (char c : pem) crlfPem += (c == '\n') ? std::string("\r\n") : std::string(1, c);
+        struct Case {
+            const char* name;
+            std::string input;
+            const char* info;  // the detection step's info line, if any
+        } cases[] = {
+            {"der", der, nullptr},
+            {"pem", pem, nullptr},
+            {"pem after text", "Subject: whatever\r\nsome notes\n" + pem, nullptr},
+            {"pem without end marker", pem.substr(0, pem.find("-----END")), nullptr},
+            {"pem with crlf", crlfPem, nullptr},
+            {"base64", b64, "Loading cert from base64..."},
+            {"utf16le base64", utf16le(b64), "Loading cert from Utf16LE base64..."},
+            {"utf16le base64 odd length", utf16le(b64) + "Z",
+             "Loading cert from Utf16LE base64..."},
+            {"json array takes the first",
+             "[\"" + b64 + "\",\"" + base64Of(fixture("root.der")) + "\"]",
+             "Found base64 in JSON array."},
+            {"base64 of pem", base64Of(pem), "Loading cert from base64..."},
+            {"pem of base64 of pem",
+             "-----BEGIN CERTIFICATE-----\n" + base64Of(pem) + "\n-----END CERTIFICATE-----\n",
+             nullptr},
+        };
+        for (const auto& c : cases) {
+            SCOPED_TRACE(key + ": " + c.name);
+            LogTree log;
+            CertRef cert(detect(c.input, log));
+            ASSERT_TRUE(cert) << log.text();
+            EXPECT_EQ(derOf(cert.get()), der);
+            EXPECT_TRUE(log.hasContext("createFromBinary"));
+            if (c.info) {
+                EXPECT_TRUE(log.hasInfo(c.info)) << log.text();
+            }
         }
     }
 }

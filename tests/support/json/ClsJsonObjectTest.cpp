@@ -48,80 +48,73 @@ TEST(ClsJsonObject, UpdatesBuildTheTreeTheyDescribe) {
     }
 }
 
-TEST(ClsJsonObject, BadPathsFailWithALineAndChangeNothing) {
+// A failed update or load logs one line (an update also the path) and leaves
+// the tree as it was.
+TEST(ClsJsonObject, FailuresLogALineAndChangeNothing) {
     const char* start = R"({"s":"text","arr":[1],"obj":{"k":1},"n":null})";
     const char* syntax = "Invalid JSON path.";
     const char* notObject = "The JSON path runs through a value that is not an object.";
     const char* notArray = "The JSON path runs through a value that is not an array.";
     const char* gap = "The JSON array index is beyond the end of the array.";
+    const char* badText = "Failed to parse the JSON text.";
     struct Case {
-        const char *path, *error;
+        const char *path, *error;  // a path starting with '=' is text to load instead
     } cases[] = {
-        {nullptr, syntax},   {"", syntax},
-        {"a..b", syntax},    {"a.", syntax},
-        {"[0]", syntax},     {"a[]", syntax},
-        {"a[-1]", syntax},   {"a[1", syntax},
-        {"arr[0]b", syntax}, {"arr[99999999999999999999]", syntax},
-        {"s.x", notObject},  {"arr.x", notObject},
-        {"s[0]", notArray},  {"obj[0]", notArray},
-        {"arr[2]", gap},     {"fresh[0].x[3]", gap},
+        {nullptr, syntax},
+        {"", syntax},
+        {"a..b", syntax},
+        {"a.", syntax},
+        {"[0]", syntax},
+        {"a[]", syntax},
+        {"a[-1]", syntax},
+        {"a[1", syntax},
+        {"arr[0]b", syntax},
+        {"arr[99999999999999999999]", syntax},
+        {"s.x", notObject},
+        {"arr.x", notObject},
+        {"s[0]", notArray},
+        {"obj[0]", notArray},
+        {"arr[2]", gap},
+        {"fresh[0].x[3]", gap},
         {"n[1]", gap},
+        {R"(={"a":)", badText},
+        {R"(={"a":1} x)", badText},
+        {"={\"a\":\"\xFF\"}", badText},
+        {"=[1,2]", "The JSON text is not an object."},
     };
     for (const auto& c : cases) {
         ClsJsonObject j;
         LogTree log;
         ASSERT_TRUE(j.load(start, log));
-        EXPECT_FALSE(j.updateString(c.path, "v", log));
-        std::string logged;
+        const bool load = c.path && *c.path == '=';
+        EXPECT_FALSE(load ? j.load(c.path + 1, log) : j.updateString(c.path, "v", log));
+        std::string logged = load ? "" : "-";
         log.findData("path", logged);
         EXPECT_EQ(ovtest::errors(log) + " " + logged + " " + compact(j),
-                  std::string(c.error) + " " + (c.path ? c.path : "") + " " + start);
-    }
-}
-
-TEST(ClsJsonObject, TextIsEscapedAndRoundTrips) {
-    struct Case {
-        const char *value, *emitted;
-    } cases[] = {
-        {"a\"b\\c/", R"({"k":"a\"b\\c/"})"},
-        {"l1\r\n\t\x01", R"({"k":"l1\r\n\t\u0001"})"},
-        {"caf\xC3\xA9 \xF0\x9F\x98\x80", "{\"k\":\"caf\xC3\xA9 \xF0\x9F\x98\x80\"}"},
-    };
-    for (const auto& c : cases) {
-        ClsJsonObject j, back;
-        LogTree log;
-        ASSERT_TRUE(j.updateString("k", c.value, log));
-        EXPECT_EQ(compact(j), c.emitted);
-        ASSERT_TRUE(back.load(compact(j).c_str(), log));
-        EXPECT_EQ(valueAt(back, "k"), c.value);
+                  std::string(c.error) + " " + (c.path && !load ? c.path : "") + " " + start);
     }
     ClsJsonObject j;
     LogTree log;
-    ASSERT_TRUE(j.updateString("q\"n", "bad\xFFz", log));  // invalid UTF-8 must not break emission
-    EXPECT_EQ(compact(j), "{\"q\\\"n\":\"bad\xEF\xBF\xBDz\"}");
-    ASSERT_TRUE(j.load(R"({"u":"\u00e9\ud83d\ude00"})", log));
-    EXPECT_EQ(valueAt(j, "u"), "\xC3\xA9\xF0\x9F\x98\x80");
+    EXPECT_FALSE(j.load(nullptr, log));
+    EXPECT_EQ(ovtest::errors(log), "No JSON text given.");
 }
 
-TEST(ClsJsonObject, LoadReplacesOnlyOnSuccess) {
-    const char* syntax = "Failed to parse the JSON text.";
-    struct Case {
-        const char *text, *error;
-    } cases[] = {
-        {R"({"a":)", syntax},
-        {R"({"a":1} x)", syntax},
-        {"{\"a\":\"\xFF\"}", syntax},
-        {"[1,2]", "The JSON text is not an object."},
-        {nullptr, "No JSON text given."},
-    };
-    for (const auto& c : cases) {
-        ClsJsonObject j;
-        LogTree log;
-        ASSERT_TRUE(j.updateString("keep", "me", log));
-        EXPECT_FALSE(j.load(c.text, log));
-        EXPECT_EQ(ovtest::errors(log) + " " + compact(j),
-                  std::string(c.error) + R"( {"keep":"me"})");
-    }
+TEST(ClsJsonObject, TextIsEscapedAndRoundTrips) {
+    const char* values[] = {"a\"b\\c/", "l1\r\n\t\x01", "caf\xC3\xA9 \xF0\x9F\x98\x80"};
+    const char* names[] = {"a", "b", "c"};
+    ClsJsonObject j, back;
+    LogTree log;
+    for (int i = 0; i < 3; ++i) ASSERT_TRUE(j.updateString(names[i], values[i], log));
+    ASSERT_TRUE(back.load(compact(j).c_str(), log));
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(valueAt(back, names[i]), values[i]);
+    ASSERT_TRUE(j.updateString("q\"n", "bad\xFFz", log));  // invalid UTF-8 must not break emission
+    EXPECT_EQ(compact(j), R"({"a":"a\"b\\c/","b":"l1\r\n\t\u0001","c":"caf)"
+                          "\xC3\xA9 \xF0\x9F\x98\x80"
+                          R"(","q\"n":"bad)"
+                          "\xEF\xBF\xBD"
+                          R"(z"})");
+    ASSERT_TRUE(j.load(R"({"u":"\u00e9\ud83d\ude00"})", log));
+    EXPECT_EQ(valueAt(j, "u"), "\xC3\xA9\xF0\x9F\x98\x80");
 }
 
 TEST(ClsJsonObject, ReadersSeeKindsAndSizes) {

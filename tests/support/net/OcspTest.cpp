@@ -76,10 +76,8 @@ class OcspTest : public ::testing::Test {
     // openssl's own request for the leaves, without a nonce.
     static std::string reference(const std::string& alg, const std::string& leaves) {
         std::string certs;
-        for (size_t at = 0; at < leaves.size(); at = leaves.find(' ', at) + 1) {
-            certs += " -cert " + leaves.substr(at, leaves.find(' ', at) - at) + ".pem";
-            if (leaves.find(' ', at) == std::string::npos) break;
-        }
+        for (std::string leaf : {"good", "revoked"})
+            if (leaves.find(leaf) != std::string::npos) certs += " -cert " + leaf + ".pem";
         EXPECT_TRUE(
             sh("openssl ocsp -issuer ca.pem -" + alg + certs + " -no_nonce -reqout ref.der"));
         return ovtest::readFile(s_dir.file("ref.der"));

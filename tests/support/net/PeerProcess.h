@@ -9,6 +9,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
 
 #include "support_common/TestUtil.h"
@@ -17,18 +18,14 @@ namespace ovtest {
 
 class PeerProcess {
   public:
-    PeerProcess() = default;
-    PeerProcess(const PeerProcess&) = delete;
-    PeerProcess& operator=(const PeerProcess&) = delete;
     ~PeerProcess() {
-        if (m_pid > 0) kill(m_pid, SIGTERM);
-        if (m_out) pclose(m_out);
+        if (m_pid > 0) kill(m_pid, SIGTERM);  // then m_out's pclose reaps it
     }
 
     // Runs the command line in dir; the shell reports its process id and then
     // becomes the program. False when that does not happen.
     bool start(const std::string& dir, const std::string& command) {
-        m_out = popen(("cd " + shq(dir) + " && echo $$ && exec " + command).c_str(), "r");
+        m_out.reset(popen(("cd " + shq(dir) + " && echo $$ && exec " + command).c_str(), "r"));
         std::string pid;
         return m_out && readLine(pid, 5000) && (m_pid = atoi(pid.c_str())) > 0;
     }
@@ -38,7 +35,7 @@ class PeerProcess {
     bool readLine(std::string& line, int timeoutMs) {
         line.clear();
         for (char c;;) {
-            pollfd p{fileno(m_out), POLLIN, 0};
+            pollfd p{fileno(m_out.get()), POLLIN, 0};
             if (poll(&p, 1, timeoutMs) <= 0 || read(p.fd, &c, 1) != 1) return false;
             if (c == '\n') return true;
             line += c;
@@ -46,7 +43,7 @@ class PeerProcess {
     }
 
   private:
-    FILE* m_out = nullptr;
+    std::unique_ptr<FILE, int (*)(FILE*)> m_out{nullptr, pclose};
     pid_t m_pid = -1;
 };
 

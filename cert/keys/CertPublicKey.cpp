@@ -1,16 +1,13 @@
 // The certificate's public key as a key container, as a cached key-type code
 // with its size, and as DER.
 #include "cert/CertCore.h"
+#include "cert/query/LockedQuery.h"
 
 bool CertCore::getCertPublicKey(_ovPublicKey& key, LogBase& log) {
     LogContextExitor ctx(log, "getCertPublicKey");
     DataBuffer der;
-    bool haveDer = false;
-    if (m_magic == kMagic) {
-        CritSecExitor lock(this);
-        OrvaneX509* x = getX509();
-        if (x) haveDer = x->get_PublicKey(der, log);
-    }
+    bool haveDer =
+        certquery::locked(*this, false, [&](OrvaneX509* x) { return x->get_PublicKey(der, log); });
     // The container is loaded outside the lock: only the certificate's bytes
     // need guarding, and key loading may be slow.
     if (!haveDer) {
@@ -85,14 +82,11 @@ bool CertCore::appendCertKeyType(StringBuffer& out, LogBase& log) {
 }
 
 bool CertCore::getPublicKeyAsDER_2(bool spki, DataBuffer& out, LogBase& log) {
-    if (m_magic != kMagic) return false;
-    CritSecExitor lock(this);
-    out.clear();
-    OrvaneX509* x = getX509();
-    if (!x) return false;
-    DataBuffer der;
-    if (!x->get_PublicKey(der, log)) return false;
-    _ovPublicKey key;
-    if (!key.loadAnyDer(der, log)) return false;
-    return key.toPubKeyDer(spki, out, log);
+    return certquery::replacing(*this, out, [&](OrvaneX509* x) {
+        DataBuffer der;
+        if (!x->get_PublicKey(der, log)) return false;
+        _ovPublicKey key;
+        if (!key.loadAnyDer(der, log)) return false;
+        return key.toPubKeyDer(spki, out, log);
+    });
 }

@@ -3,6 +3,7 @@
 // the parser's ASN.1 XML rendering of the extension; the literals below are
 // what callers have come to depend on, quirks included.
 #include "cert/CertCore.h"
+#include "cert/query/LockedQuery.h"
 #include "support/base/ovstr.h"
 
 namespace {
@@ -28,86 +29,72 @@ const EkuRow kEkuNames[] = {
 
 }  // namespace
 
+using certquery::locked;
+using certquery::replacing;
+
+// These three clear their output before the sentinel check, the others only
+// once locked.
 bool CertCore::getExtensionDer(const char* oid, DataBuffer& out, LogBase& log) {
     out.clear();
-    if (m_magic != kMagic) return false;
-    CritSecExitor lock(this);
-    OrvaneX509* x = getX509();
-    return x ? x->getExtensionDerDataByOid(oid, out, log) : false;
+    return locked(*this, false,
+                  [&](OrvaneX509* x) { return x->getExtensionDerDataByOid(oid, out, log); });
 }
 
 bool CertCore::getExtensionBinaryData(const char* oid, DataBuffer& out, LogBase& log) {
     out.clear();
-    if (m_magic != kMagic) return false;
-    CritSecExitor lock(this);
-    OrvaneX509* x = getX509();
-    return x ? x->getExtensionDataByOid(oid, out, log) : false;
+    return locked(*this, false,
+                  [&](OrvaneX509* x) { return x->getExtensionDataByOid(oid, out, log); });
 }
 
 bool CertCore::getExtensionText(const char* oid, StringBuffer& out, LogBase& log) {
-    if (m_magic != kMagic) return false;
-    CritSecExitor lock(this);
-    OrvaneX509* x = getX509();
-    return x ? x->getExtensionTextByOid(oid, out, log) : false;
+    // Appends: never cleared.
+    return locked(*this, false,
+                  [&](OrvaneX509* x) { return x->getExtensionTextByOid(oid, out, log); });
 }
 
 bool CertCore::getExtensionXml(const char* oid, StringBuffer& out, LogBase& log) {
-    if (m_magic != kMagic) return false;
-    CritSecExitor lock(this);
-    out.clear();
-    OrvaneX509* x = getX509();
-    return x ? x->getExtensionAsnXmlByOid(oid, out, log) : false;
+    return replacing(*this, out,
+                     [&](OrvaneX509* x) { return x->getExtensionAsnXmlByOid(oid, out, log); });
 }
 
 bool CertCore::getSubjectKeyIdentifier(StringBuffer& out, LogBase& log) {
-    if (m_magic != kMagic) return false;
-    CritSecExitor lock(this);
-    out.clear();
-    OrvaneX509* x = getX509();
-    return x ? x->getSubjectKeyIdentifier(out, log) : false;
+    return replacing(*this, out,
+                     [&](OrvaneX509* x) { return x->getSubjectKeyIdentifier(out, log); });
 }
 
 bool CertCore::getSubjectAlternativeNameXml(XString& out, LogBase& log) {
-    if (m_magic != kMagic) return false;
-    CritSecExitor lock(this);
-    out.clear();
-    OrvaneX509* x = getX509();
-    return x ? x->getSubjectAlternativeNameXml(out, log) : false;
+    return replacing(*this, out,
+                     [&](OrvaneX509* x) { return x->getSubjectAlternativeNameXml(out, log); });
 }
 
 bool CertCore::getExtendedKeyUsage(StringBuffer& out, LogBase& log) {
     out.clear();
-    if (m_magic != kMagic) return false;
-    CritSecExitor lock(this);
-    OrvaneX509* x = getX509();
-    if (!x) return false;
-    StringBuffer xml;
-    if (!x->getExtensionAsnXmlByOid(kOidExtKeyUsage, xml, log)) return false;
-    // A bare substring test, not an element match: 1.3.6.1.5.5.7.3.17 also
-    // reports serverAuth. Existing callers see that answer; keep it.
-    for (const EkuRow& row : kEkuNames) {
-        if (xml.containsSubstring(row.oid)) out.append(row.text);
-    }
-    if (!out.isEmpty()) out.shorten(1);
-    return true;
+    return locked(*this, false, [&](OrvaneX509* x) {
+        StringBuffer xml;
+        if (!x->getExtensionAsnXmlByOid(kOidExtKeyUsage, xml, log)) return false;
+        // A bare substring test, not an element match: 1.3.6.1.5.5.7.3.17 also
+        // reports serverAuth. Existing callers see that answer; keep it.
+        for (const EkuRow& row : kEkuNames) {
+            if (xml.containsSubstring(row.oid)) out.append(row.text);
+        }
+        if (!out.isEmpty()) out.shorten(1);
+        return true;
+    });
 }
 
 int CertCore::getIntendedKeyUsage(LogBase& log) {
-    if (m_magic != kMagic) return 0;
-    CritSecExitor lock(this);
-    OrvaneX509* x = getX509();
-    if (!x) return 0;
-    StringBuffer xml;
-    if (!x->getExtensionAsnXmlByOid(kOidKeyUsage, xml, log)) return 0;
-    // The rendering is <bits unused="n">HEX</bits>, the text being the bit
-    // string's content bytes: the first two hex digits are bits 0..7.
-    if (!xml.beginsWith("<bits")) return 0;
-    const char* s = xml.getString();
-    const char* gt = ovStrChr(s, '>');
-    if (!gt) return 0;
-    int value = static_cast<int>(ov_valHexN(gt + 1, 2));
-    log.LogHex("intendedKeyUsage", static_cast<unsigned>(value));
-    return value;
+    return locked(*this, 0, [&](OrvaneX509* x) {
+        StringBuffer xml;
+        if (!x->getExtensionAsnXmlByOid(kOidKeyUsage, xml, log)) return 0;
+        // The rendering is <bits unused="n">HEX</bits>, the text being the bit
+        // string's content bytes: the first two hex digits are bits 0..7.
+        if (!xml.beginsWith("<bits")) return 0;
+        const char* gt = ovStrChr(xml.getString(), '>');
+        if (!gt) return 0;
+        int value = static_cast<int>(ov_valHexN(gt + 1, 2));
+        log.LogHex("intendedKeyUsage", static_cast<unsigned>(value));
+        return value;
+    });
 }
 
 bool CertCore::getAuthorityKeyIdentifier(DataBuffer& keyId, XString* keyIdBase64, LogBase& log) {
@@ -138,13 +125,10 @@ bool CertCore::getAuthorityKeyIdentifier(DataBuffer& keyId, XString* keyIdBase64
 }
 
 int CertCore::getVersion(LogBase& log) {
-    if (m_magic != kMagic) return 0;
-    CritSecExitor lock(this);
-    OrvaneX509* x = getX509();
-    if (!x) return 0;
-    XString version;
-    if (!x->get_Version(version, log)) return 0;
-    return version.intValue();
+    return locked(*this, 0, [&](OrvaneX509* x) {
+        XString version;
+        return x->get_Version(version, log) ? version.intValue() : 0;
+    });
 }
 
 // The extended key usage XML without whitespace, so that element literals
@@ -157,13 +141,10 @@ static bool ekuXmlCompact(OrvaneX509* x, StringBuffer& xml, LogBase& log) {
 
 // Shared body of the purpose tests that look for one element only.
 static bool hasPurpose(CertCore& cert, const char* element, LogBase& log) {
-    if (cert.m_magic != CertCore::kMagic) return false;
-    CritSecExitor lock(&cert);
-    OrvaneX509* x = cert.getX509();
-    if (!x) return false;
-    StringBuffer xml;
-    if (!ekuXmlCompact(x, xml, log)) return false;
-    return xml.containsSubstring(element);
+    return locked(cert, false, [&](OrvaneX509* x) {
+        StringBuffer xml;
+        return ekuXmlCompact(x, xml, log) && xml.containsSubstring(element);
+    });
 }
 
 bool CertCore::forServerAuthentication(LogBase& log) {
@@ -183,16 +164,14 @@ bool CertCore::forTimeStamping(LogBase& log) {
 }
 
 bool CertCore::forSecureEmail(LogBase& log) {
-    if (m_magic != kMagic) return false;
-    CritSecExitor lock(this);
-    OrvaneX509* x = getX509();
-    if (!x) return false;
-    StringBuffer xml;
-    if (!ekuXmlCompact(x, xml, log)) return false;
-    if (xml.containsSubstring("<oid>1.3.6.1.5.5.7.3.4</oid>")) return true;
-    // Lenient on purpose: a certificate restricted to other purposes still
-    // passes when its subject carries an e-mail address.
-    XString email;
-    x->get_SubjectE(email, log);
-    return email.containsSubstringUtf8("@");
+    return locked(*this, false, [&](OrvaneX509* x) {
+        StringBuffer xml;
+        if (!ekuXmlCompact(x, xml, log)) return false;
+        if (xml.containsSubstring("<oid>1.3.6.1.5.5.7.3.4</oid>")) return true;
+        // Lenient on purpose: a certificate restricted to other purposes still
+        // passes when its subject carries an e-mail address.
+        XString email;
+        x->get_SubjectE(email, log);
+        return email.containsSubstringUtf8("@");
+    });
 }

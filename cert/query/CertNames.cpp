@@ -2,6 +2,7 @@
 // in its text, JSON and ASN.1 forms, e-mail, self-issue and the EU test. The
 // parsing is the parser's; this file maps names onto its getters.
 #include "cert/CertCore.h"
+#include "cert/query/LockedQuery.h"
 #include "support/asn1/Asn1Node.h"
 #include "support/base/ovstr.h"
 
@@ -57,33 +58,27 @@ bool partOf(OrvaneX509* x, bool subject, const char* partName, XString& out, Log
 
 }  // namespace
 
+using certquery::locked;
+using certquery::replacing;
+
 bool CertCore::getSubjectPart(const char* partName, XString& out, LogBase& log) {
-    if (m_magic != kMagic) return false;
-    CritSecExitor lock(this);
-    out.clear();
-    OrvaneX509* x = getX509();
-    if (!partName || !x) return false;
-    return partOf(x, true, partName, out, log);
+    return replacing(*this, out, [&](OrvaneX509* x) {
+        return partName ? partOf(x, true, partName, out, log) : false;
+    });
 }
 
 bool CertCore::getIssuerPart(const char* partName, XString& out, LogBase& log) {
-    if (m_magic != kMagic) return false;
-    CritSecExitor lock(this);
-    out.clear();
-    OrvaneX509* x = getX509();
-    if (!partName || !x) return false;
-    return partOf(x, false, partName, out, log);
+    return replacing(*this, out, [&](OrvaneX509* x) {
+        return partName ? partOf(x, false, partName, out, log) : false;
+    });
 }
 
 bool CertCore::getDN_ordered(bool reverseOrder, bool subject, bool withTags, int style,
                              XString& out, LogBase& log) {
-    if (m_magic != kMagic) return false;
-    CritSecExitor lock(this);
-    out.clear();
-    OrvaneX509* x = getX509();
-    if (!x) return false;
-    if (reverseOrder) return x->getDN_reverseOrder(subject, withTags, style, out, log);
-    return x->getDN(subject, withTags, out, log, style);
+    return replacing(*this, out, [&](OrvaneX509* x) {
+        if (reverseOrder) return x->getDN_reverseOrder(subject, withTags, style, out, log);
+        return x->getDN(subject, withTags, out, log, style);
+    });
 }
 
 bool CertCore::getSubjectDN(XString& out, LogBase& log) {
@@ -103,57 +98,34 @@ bool CertCore::getIssuerDN_noTags(XString& out, LogBase& log) {
 }
 
 bool CertCore::getDnJson(bool subject, StringBuffer& out, LogBase& log) {
-    if (m_magic != kMagic) return false;
-    CritSecExitor lock(this);
     // Appends: callers build one JSON object from several pieces.
-    OrvaneX509* x = getX509();
-    if (!x) return false;
-    return x->getDnJson(subject, out, log, 0);
+    return locked(*this, false, [&](OrvaneX509* x) { return x->getDnJson(subject, out, log, 0); });
 }
 
 _ovAsn1* CertCore::getSubjectDnAsn(LogBase& log) {
-    if (m_magic != kMagic) return nullptr;
-    CritSecExitor lock(this);
-    OrvaneX509* x = getX509();
-    return x ? x->getDnAsn(true, log) : nullptr;
+    return locked(*this, static_cast<_ovAsn1*>(nullptr),
+                  [&](OrvaneX509* x) { return x->getDnAsn(true, log); });
 }
 
 _ovAsn1* CertCore::getIssuerDnAsn(LogBase& log) {
-    if (m_magic != kMagic) return nullptr;
-    CritSecExitor lock(this);
-    OrvaneX509* x = getX509();
-    return x ? x->getDnAsn(false, log) : nullptr;
+    return locked(*this, static_cast<_ovAsn1*>(nullptr),
+                  [&](OrvaneX509* x) { return x->getDnAsn(false, log); });
 }
 
 bool CertCore::getIssuerSerial(XString& out, LogBase& log) {
-    if (m_magic != kMagic) return false;
-    CritSecExitor lock(this);
-    out.clear();
-    OrvaneX509* x = getX509();
-    return x ? x->get_IssuerSerial(out, log) : false;
+    return replacing(*this, out, [&](OrvaneX509* x) { return x->get_IssuerSerial(out, log); });
 }
 
 bool CertCore::getRfc822Name(XString& out, LogBase& log) {
-    if (m_magic != kMagic) return false;
-    CritSecExitor lock(this);
-    out.clear();
-    OrvaneX509* x = getX509();
-    return x ? x->getRfc822Name(out, log) : false;
+    return replacing(*this, out, [&](OrvaneX509* x) { return x->getRfc822Name(out, log); });
 }
 
 bool CertCore::getEmailAddress(XString& out, LogBase& log) {
-    if (m_magic != kMagic) return false;
-    CritSecExitor lock(this);
-    out.clear();
-    OrvaneX509* x = getX509();
-    return x ? x->getEmailAddress(out, log) : false;
+    return replacing(*this, out, [&](OrvaneX509* x) { return x->getEmailAddress(out, log); });
 }
 
 bool CertCore::isIssuerSelf(LogBase& log) {
-    if (m_magic != kMagic) return false;
-    CritSecExitor lock(this);
-    OrvaneX509* x = getX509();
-    return x ? x->isIssuerSelf(log) : false;
+    return locked(*this, false, [&](OrvaneX509* x) { return x->isIssuerSelf(log); });
 }
 
 bool CertCore::is_country_eu(LogBase& log) {

@@ -4,9 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <cstdio>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,17 +14,23 @@
 
 namespace qtest {
 
-inline std::string path(const std::string& name) {
-    return ovtest::dataPath("query/" + name);
+using certtest::CertRef;
+
+// The fixture's path, quoted for the shell.
+inline std::string shellPath(const std::string& name) {
+    return ovtest::shq(ovtest::dataPath("query/" + name));
 }
 
-// A fixture parsed into a new CertCore (count 0; wrap it in certtest::CertRef).
-// The loader's own log is kept apart from the caller's, which stays empty.
-inline CertCore* load(const std::string& name, LogBase& /*log*/) {
+// A fixture parsed into a new CertCore (count 0: hold it in a CertRef). One
+// that does not load fails the test and yields an empty object instead, on
+// which every query answers false.
+inline CertCore* load(const std::string& name) {
     LogTree log;
-    CertCore* cert = CertCore::createFromFile2(path(name).c_str(), nullptr, log);
-    if (!cert) ADD_FAILURE() << "cannot load " << name << ":\n" << log.text();
-    return cert;
+    CertCore* cert =
+        CertCore::createFromFile2(ovtest::dataPath("query/" + name).c_str(), nullptr, log);
+    if (cert) return cert;
+    ADD_FAILURE() << "cannot load " << name << ":\n" << log.text();
+    return CertCore::createNewCert();
 }
 
 // Runs a shell command and returns its output without the final newline. A
@@ -40,148 +44,77 @@ inline std::string sh(const std::string& cmd) {
 }
 
 inline std::string ossl(const std::string& file, const std::string& args) {
-    return sh("openssl x509 -in " + ovtest::shq(path(file)) + " " + args);
+    return sh("openssl x509 -in " + shellPath(file) + " " + args);
 }
 
-inline std::string hexOf(const unsigned char* p, size_t n) {
-    static const char* const digits = "0123456789ABCDEF";
-    std::string s;
-    for (size_t i = 0; i < n; ++i) {
-        s += digits[p[i] >> 4];
-        s += digits[p[i] & 15];
-    }
-    return s;
+// The certificate's SubjectPublicKeyInfo piped through `then`.
+inline std::string osslSpki(const std::string& file, const std::string& then = "base64 -w0") {
+    return sh("openssl x509 -in " + shellPath(file) +
+              " -pubkey -noout | openssl pkey -pubin -outform DER | " + then);
 }
 
-inline std::string hexOf(const DataBuffer& db) {
-    return hexOf(db.getData2(), db.getSize());
-}
-
-inline std::string bytesOf(const DataBuffer& db) {
+inline std::string str(const DataBuffer& db) {
     return std::string(reinterpret_cast<const char*>(db.getData2()), db.getSize());
 }
 
-// The certificate's DER as openssl writes it.
-inline std::string opensslDer(const std::string& file) {
-    ovtest::TempDir dir;
-    sh("openssl x509 -in " + ovtest::shq(path(file)) + " -outform DER -out " +
-       ovtest::shq(dir.file("c.der")));
-    return ovtest::readFile(dir.file("c.der"));
+// The bytes as "hex" (upper case) or "base64" (one line).
+inline std::string enc(const DataBuffer& db, const char* encoding = "hex") {
+    StringBuffer sb;
+    db.encodeDB(encoding, sb);
+    return sb.getString();
 }
 
-// One element as openssl asn1parse lists it.
-struct DerItem {
-    size_t offset = 0;
-    size_t headerLen = 0;
-    size_t len = 0;
-    int depth = 0;
-};
+inline std::string enc(const std::string& bytes, const char* encoding = "hex") {
+    DataBuffer db;
+    db.append(bytes.data(), static_cast<unsigned>(bytes.size()));
+    return enc(db, encoding);
+}
 
-// Every element of the certificate, in asn1parse order.
-inline std::vector<DerItem> opensslItems(const std::string& file) {
-    std::string text = sh("openssl asn1parse -in " + ovtest::shq(path(file)));
-    std::vector<DerItem> items;
-    size_t pos = 0;
-    while (pos < text.size()) {
-        size_t eol = text.find('\n', pos);
-        if (eol == std::string::npos) eol = text.size();
-        std::string line = text.substr(pos, eol - pos);
-        pos = eol + 1;
-        DerItem it;
-        if (std::sscanf(line.c_str(), " %zu:d=%d hl=%zu l=%zu", &it.offset, &it.depth,
-                        &it.headerLen, &it.len) == 4) {
+// A buffer holding "old", so that a query's change to it shows.
+inline DataBuffer old() {
+    DataBuffer d;
+    d.append("old", 3);
+    return d;
+}
+
+// The certificate's DER and its elements as openssl asn1parse lists them.
+struct Der {
+    struct Item {
+        size_t off = 0, hl = 0, len = 0;
+        int depth = 0;
+    };
+    std::string der;
+    std::vector<Item> items;
+    // The TBSCertificate's fields without the [0] version: 0 is the serial, 2
+    // the issuer, 4 the subject, 5 the SubjectPublicKeyInfo.
+    std::vector<Item> tbs;
+
+    explicit Der(const std::string& file) {
+        ovtest::TempDir dir;
+        std::string f = ovtest::shq(dir.file("c.der"));
+        ossl(file, "-outform DER -out " + f);
+        std::string text = sh("openssl asn1parse -inform DER -in " + f);
+        der = ovtest::readFile(dir.file("c.der"));
+        Item it;
+        for (size_t pos = 0; std::sscanf(text.c_str() + pos, " %zu:d=%d hl=%zu l=%zu", &it.off,
+                                         &it.depth, &it.hl, &it.len) == 4;) {
             items.push_back(it);
+            bool version = tbs.empty() && static_cast<unsigned char>(der[it.off]) == 0xA0;
+            if (it.depth == 2 && !version) tbs.push_back(it);
+            if ((pos = text.find('\n', pos)) == std::string::npos) break;
+            ++pos;
         }
     }
-    return items;
-}
-
-// The TBSCertificate's fields (depth 2), the version field not counted, so
-// that index 0 is the serial, 2 the issuer, 4 the subject, 5 the SPKI.
-inline std::vector<DerItem> tbsFields(const std::string& file) {
-    std::vector<DerItem> out;
-    std::string der = opensslDer(file);
-    for (const DerItem& it : opensslItems(file)) {
-        if (it.depth != 2) continue;
-        // [0] EXPLICIT version: context tag A0.
-        if (out.empty() && static_cast<unsigned char>(der[it.offset]) == 0xA0) continue;
-        out.push_back(it);
+    std::string at(const Item& it, bool withHeader = true) const {
+        return withHeader ? der.substr(it.off, it.hl + it.len) : der.substr(it.off + it.hl, it.len);
     }
-    return out;
-}
-
-inline std::string slice(const std::string& der, const DerItem& it, bool withHeader) {
-    size_t start = withHeader ? it.offset : it.offset + it.headerLen;
-    size_t n = withHeader ? it.headerLen + it.len : it.len;
-    return der.substr(start, n);
-}
+};
 
 // Marks an object stale for the life of the guard, as a destroyed one looks.
 struct Stale {
-    explicit Stale(CertCore* c) : cert(c), saved(c->m_magic) { cert->m_magic = 0; }
-    ~Stale() { cert->m_magic = saved; }
-    Stale(const Stale&) = delete;
-    Stale& operator=(const Stale&) = delete;
+    explicit Stale(CertCore* c) : cert(c) { cert->m_magic = 0; }
+    ~Stale() { cert->m_magic = CertCore::kMagic; }
     CertCore* cert;
-    uint32_t saved;
 };
-
-// The three kinds of output a query writes, pre-filled so that any change shows.
-struct Outs {
-    Outs() { d.append("old", 3); }
-    DataBuffer d;
-    StringBuffer s{"old"};
-    XString x{"old"};
-    bool touched() const { return d.getSize() != 3 || !s.equals("old") || !x.equalsUtf8("old"); }
-    bool emptied() const { return d.isEmpty() || s.isEmpty() || x.isEmpty(); }
-};
-
-// One query; its result as a number (false, 0 and null are 0).
-using Op = std::function<long(CertCore*, Outs&, LogBase&)>;
-
-// A GuardCase operation from an expression over c (the object), o (the Outs)
-// and l (the log).
-#define QUERY_OP(expr)                                    \
-    [](CertCore* c, qtest::Outs& o, LogBase& l) -> long { \
-        (void)o;                                          \
-        (void)l;                                          \
-        return (expr);                                    \
-    }
-
-struct GuardCase {
-    const char* name;
-    Op op;
-    bool clearsWhenEmpty;  // a valid object without certificate empties the output
-    bool clearsWhenStale;  // so does a stale one (the output is cleared first)
-};
-
-// Runs every case on a valid object without certificate and on `loaded` made
-// stale: the answer is 0, nothing is logged, and the output is emptied exactly
-// when the case says so (and otherwise left as it was).
-template <size_t N>
-void checkEmptyAndStale(const GuardCase (&cases)[N], CertCore* loaded) {
-    certtest::CertRef empty(CertCore::createNewCert());
-    ASSERT_TRUE(empty && loaded);
-    for (const GuardCase& c : cases) {
-        SCOPED_TRACE(c.name);
-        for (bool stale : {false, true}) {
-            SCOPED_TRACE(stale ? "stale" : "without certificate");
-            LogTree log;
-            Outs o;
-            long r;
-            if (stale) {
-                Stale guard(loaded);
-                r = c.op(loaded, o, log);
-            } else {
-                r = c.op(empty.get(), o, log);
-            }
-            EXPECT_EQ(r, 0);
-            bool cleared = stale ? c.clearsWhenStale : c.clearsWhenEmpty;
-            EXPECT_EQ(o.touched(), cleared);
-            EXPECT_EQ(o.emptied(), cleared);
-            EXPECT_EQ(log.numEntries(), 0) << log.text();
-        }
-    }
-}
 
 }  // namespace qtest

@@ -82,7 +82,8 @@ bool FileSys::createDirectory(XString& path, LogBase* log) {
 }
 
 bool FileSys::deleteFile(XString& path, LogBase* log) {
-    if (::unlink(path.getUtf8()) == 0 || errno == ENOENT) return true;
+    // ENOTDIR: a component is a file, so nothing can exist at the path.
+    if (::unlink(path.getUtf8()) == 0 || errno == ENOENT || errno == ENOTDIR) return true;
     logFailure(log, "Failed to delete file.", path.getUtf8(), errno);
     return false;
 }

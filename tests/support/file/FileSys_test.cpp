@@ -68,9 +68,11 @@ TEST(FileSys, CreatesDirectoriesAndDeletesFiles) {
         EXPECT_EQ(FileSys::createDirectory(p, &log) && probe(path) == "EA", ok) << path;
         EXPECT_EQ(ovtest::errors(log), ok ? "" : "Failed to create directory.") << path;
     }
-    XString file((b + "f").c_str()), dir(b.c_str());
+    // Nothing can be at f/x while f is a file.
+    XString file((b + "f").c_str()), dir(b.c_str()), below((b + "f/x").c_str());
     LogTree log;
-    EXPECT_TRUE(FileSys::deleteFile(file, &log) && FileSys::deleteFile(file, &log));
+    EXPECT_TRUE(FileSys::deleteFile(below, &log) && FileSys::deleteFile(file, &log) &&
+                FileSys::deleteFile(file, &log));
     EXPECT_EQ(probe(b + "f"), "AA");
     EXPECT_FALSE(FileSys::deleteFile(dir, &log));
     EXPECT_EQ(ovtest::errors(log), "Failed to delete file.");

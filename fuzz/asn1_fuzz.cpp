@@ -25,32 +25,11 @@ namespace {
         }                                                                                \
     } while (0)
 
-bool isStringType(unsigned tagClass, unsigned tag) {
-    return tagClass == 0 &&
-           (tag == 3 || tag == 4 || tag == 12 || (tag >= 18 && tag <= 28) || tag == 30);
-}
-
-// Strict DER all the way down; with noSegments, constructed strings fail too.
-bool strictContents(DerInput in, int depth, bool noSegments) {
-    if (depth > der::kMaxDepth) return false;
-    DerParser p(in, false);
-    while (p.hasMore()) {
-        DerElement e;
-        if (!p.readAny(&e)) return false;
-        if (!e.constructed) continue;
-        if (noSegments && isStringType(e.tagClass, e.tagNumber)) return false;
-        if (!strictContents(e.contents, depth + 1, noSegments)) return false;
-    }
-    return true;
-}
-
+// One item, in strict DER all the way down.
 bool strictItem(const unsigned char* p, size_t n, bool noSegments) {
     DerParser parser(DerInput(p, n), false);
     DerElement e;
-    if (!parser.readAny(&e) || parser.hasMore()) return false;
-    if (!e.constructed) return true;
-    if (noSegments && isStringType(e.tagClass, e.tagNumber)) return false;
-    return strictContents(e.contents, 1, noSegments);
+    return parser.readAny(&e) && !parser.hasMore() && der::isStrictDer(DerInput(p, n), noSegments);
 }
 
 bool sameBytes(const DataBuffer& a, const unsigned char* p, size_t n) {

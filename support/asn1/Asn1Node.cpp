@@ -49,28 +49,6 @@ bool appendHeader(DataBuffer& out, unsigned tagClass, bool constructed, unsigned
     return out.append(hdr, static_cast<unsigned>(i));
 }
 
-// Universal types whose BER encoding may be split into constructed segments,
-// which DER forbids: the bit, octet and character strings, and the times.
-bool isStringType(unsigned tagClass, unsigned tagNumber) {
-    return tagClass == 0 && (tagNumber == 3 || tagNumber == 4 || tagNumber == 12 ||
-                             (tagNumber >= 18 && tagNumber <= 28) || tagNumber == 30);
-}
-
-// Whether the contents are a run of items in strict DER all the way down.
-bool isStrictDer(DerInput contents, int depth) {
-    if (depth > der::kMaxDepth) return false;
-    DerParser p(contents, false);
-    while (p.hasMore()) {
-        DerElement e;
-        if (!p.readAny(&e)) return false;
-        if (e.constructed) {
-            if (isStringType(e.tagClass, e.tagNumber)) return false;
-            if (!isStrictDer(e.contents, depth + 1)) return false;
-        }
-    }
-    return true;
-}
-
 // Joins the segments of a constructed BER string into its primitive content.
 // Every segment must carry the string's own tag. A BIT STRING's segments each
 // start with an unused-bits count, of which only the last may be non-zero.
@@ -111,7 +89,7 @@ bool transcodeBer(DerInput contents, DataBuffer& out, int depth) {
     while (p.hasMore()) {
         DerElement e;
         if (!p.readAny(&e)) return false;
-        if (e.constructed && isStringType(e.tagClass, e.tagNumber)) {
+        if (e.constructed && der::isStringType(e.tagClass, e.tagNumber)) {
             DataBuffer joined;
             unsigned unused = 0;
             if (!joinSegments(e.contents, e.tagNumber, joined, unused, depth + 1) ||
@@ -181,18 +159,10 @@ _ovAsn1* _ovAsn1::fromElement(const DerElement& e, _ovAsn1Bytes* bytes, int dept
 }
 
 _ovAsn1* _ovAsn1::DecodeToAsn_1Step(const unsigned char* p, unsigned n, LogBase& log) {
-    if (!p || n == 0) {
-        log.logError("ASN.1 input is empty");
-        return nullptr;
-    }
-    DerParser parser(DerInput(p, n), true);
     DerElement e;
-    if (!parser.readAny(&e)) {
-        log.logError(parser.lastError());
-        return nullptr;
-    }
-    if (parser.hasMore() && log.verboseLogging)
-        log.LogDataLong("asn1IgnoredTrailingBytes", static_cast<long>(parser.remaining()));
+    if (!der::readFirstItem(DerInput(p, n), true, &e, log)) return nullptr;
+    if (e.whole.size() < n && log.verboseLogging)
+        log.LogDataLong("asn1IgnoredTrailingBytes", static_cast<long>(n - e.whole.size()));
 
     // Copy only the item itself; the caller's buffer may go away.
     _ovAsn1Bytes* bytes = new (std::nothrow) _ovAsn1Bytes();
@@ -217,7 +187,8 @@ bool _ovAsn1::DecodeInner(bool recursive, LogBase& log) {
         return false;
     }
     if (!m_partsDecoded) {
-        if (m_depth + 1 > der::kMaxDepth) {
+        // Parts would sit one level down; an empty item has none to place.
+        if (m_depth + 1 > der::kMaxDepth && !m_content.empty()) {
             log.logError("ASN.1 nesting is too deep");
             return false;
         }
@@ -315,8 +286,9 @@ bool _ovAsn1::encodeInto(DataBuffer& out, bool normalizeBer, int depth, LogBase&
         direct = DerInput(preEncodedContent->getData2(), preEncodedContent->getSize());
     } else if (!m_constructed) {
         direct = m_content;
-    } else if (!m_partsDecoded && (!normalizeBer || (!isStringType(m_tagClass, m_tag) &&
-                                                     isStrictDer(m_content, m_depth + 1)))) {
+    } else if (!m_partsDecoded &&
+               (!normalizeBer || (!der::isStringType(m_tagClass, m_tag) &&
+                                  der::isStrictDer(m_content, true, m_depth + 1)))) {
         direct = m_content;
     } else {
         haveDirect = false;
@@ -329,7 +301,7 @@ bool _ovAsn1::encodeInto(DataBuffer& out, bool normalizeBer, int depth, LogBase&
         log.logError("ASN.1 tree is nested too deeply to encode");
         return false;
     }
-    if (normalizeBer && isStringType(m_tagClass, m_tag)) {
+    if (normalizeBer && der::isStringType(m_tagClass, m_tag)) {
         // A string read in BER segments becomes one primitive, as DER wants.
         DataBuffer segments;
         if (!encodeContents(segments, log)) return false;

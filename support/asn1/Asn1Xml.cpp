@@ -425,19 +425,12 @@ bool ov_asnItem::get_mp(mp_int& out, LogBase& log) const {
 
 bool Asn1Xml::derToXml(const DataBuffer& der, bool compact, bool allowBer, StringBuffer& xml,
                        ExtPtrArray* extra, LogBase& log) {
-    if (der.isEmpty()) {
-        log.logError("ASN.1 input is empty");
-        return false;
-    }
-    DerParser p(DerInput(der.getData2(), der.getSize()), allowBer);
     DerElement root;
-    if (!p.readAny(&root)) {
-        log.logError(p.lastError());
+    if (!der::readFirstItem(DerInput(der.getData2(), der.getSize()), allowBer, &root, log))
         return false;
-    }
-    if (p.hasMore()) {
+    if (root.whole.size() < der.getSize()) {
         log.logError("Extra bytes follow the ASN.1 item");
-        log.LogDataLong("numExtraBytes", static_cast<long>(p.remaining()));
+        log.LogDataLong("numExtraBytes", static_cast<long>(der.getSize() - root.whole.size()));
         return false;
     }
     StringBuffer text;
@@ -465,16 +458,8 @@ bool Asn1Xml::derToXml(const DataBuffer& der, bool compact, bool allowBer, Strin
 ov_asnItem* Asn1Xml::decodeAsnItem(const unsigned char* p, unsigned n, unsigned& consumed,
                                    LogBase& log) {
     consumed = 0;
-    if (!p || n == 0) {
-        log.logError("ASN.1 input is empty");
-        return nullptr;
-    }
-    DerParser parser(DerInput(p, n), true);
     DerElement e;
-    if (!parser.readAny(&e)) {
-        log.logError(parser.lastError());
-        return nullptr;
-    }
+    if (!der::readFirstItem(DerInput(p, n), true, &e, log)) return nullptr;
     ov_asnItem* item = AsnItemBuilder::build(e, 0, log);
     if (item) consumed = static_cast<unsigned>(e.whole.size());
     return item;

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "support/base/LogBase.h"
+
 bool DerParser::parseHeader(size_t pos, DerElement* out, size_t* next, int depth) const {
     if (depth > der::kMaxDepth) return fail("ASN.1 nesting is too deep");
     const size_t n = m_in.size();
@@ -142,44 +144,45 @@ bool DerParser::readSet(DerParser* inner) {
     return readConstructed(der::kSet, inner);
 }
 
-bool DerParser::readOid(DerInput* oid) {
+bool DerParser::readChecked(unsigned tag, DerInput* contents, const char* (*problem)(DerInput)) {
     size_t save = m_pos;
     DerInput c;
-    if (!read(der::kOid, &c)) return false;
-    // Validate the encoding only; callers turn it into text when they need it.
-    bool ok = !c.empty() && (c[c.size() - 1] & 0x80) == 0;
-    for (size_t i = 0; ok && i < c.size(); ++i) {
-        bool startOfArc = (i == 0) || !(c[i - 1] & 0x80);
-        if (startOfArc && c[i] == 0x80) ok = false;
-    }
-    if (!ok) {
+    if (!read(tag, &c)) return false;
+    if (const char* why = problem(c)) {
         m_pos = save;
-        return fail("ASN.1 OBJECT IDENTIFIER is malformed");
-    }
-    *oid = c;
-    return true;
-}
-
-bool DerParser::readIntegerBytes(DerInput* contents) {
-    size_t save = m_pos;
-    DerInput c;
-    if (!read(der::kInteger, &c)) return false;
-    if (c.empty()) {
-        m_pos = save;
-        return fail("ASN.1 INTEGER is empty");
+        return fail(why);
     }
     *contents = c;
     return true;
 }
 
+bool DerParser::readOid(DerInput* oid) {
+    // Validate the encoding only; callers turn it into text when they need it.
+    return readChecked(der::kOid, oid, [](DerInput c) -> const char* {
+        bool ok = !c.empty() && (c[c.size() - 1] & 0x80) == 0;
+        for (size_t i = 0; ok && i < c.size(); ++i) {
+            bool startOfArc = (i == 0) || !(c[i - 1] & 0x80);
+            if (startOfArc && c[i] == 0x80) ok = false;
+        }
+        return ok ? nullptr : "ASN.1 OBJECT IDENTIFIER is malformed";
+    });
+}
+
+bool DerParser::readIntegerBytes(DerInput* contents) {
+    return readChecked(der::kInteger, contents, [](DerInput c) -> const char* {
+        return c.empty() ? "ASN.1 INTEGER is empty" : nullptr;
+    });
+}
+
 bool DerParser::readUint64(uint64_t* value) {
-    size_t save = m_pos;
     DerInput c;
-    if (!readIntegerBytes(&c)) return false;
-    if ((c[0] & 0x80) || c.size() > 9 || (c.size() == 9 && c[0] != 0)) {
-        m_pos = save;
-        return fail("ASN.1 INTEGER is negative or too large");
-    }
+    if (!readChecked(der::kInteger, &c, [](DerInput in) -> const char* {
+            if (in.empty()) return "ASN.1 INTEGER is empty";
+            if ((in[0] & 0x80) || in.size() > 9 || (in.size() == 9 && in[0] != 0))
+                return "ASN.1 INTEGER is negative or too large";
+            return nullptr;
+        }))
+        return false;
     uint64_t v = 0;
     for (size_t i = 0; i < c.size(); ++i) v = (v << 8) | c[i];
     *value = v;
@@ -187,31 +190,57 @@ bool DerParser::readUint64(uint64_t* value) {
 }
 
 bool DerParser::readBool(bool* value) {
-    size_t save = m_pos;
     DerInput c;
-    if (!read(der::kBoolean, &c)) return false;
-    if (c.size() != 1) {
-        m_pos = save;
-        return fail("ASN.1 BOOLEAN is not one byte");
-    }
+    if (!readChecked(der::kBoolean, &c, [](DerInput in) -> const char* {
+            return in.size() != 1 ? "ASN.1 BOOLEAN is not one byte" : nullptr;
+        }))
+        return false;
     *value = c[0] != 0;
     return true;
 }
 
 bool DerParser::readBitString(DerInput* bits, unsigned* unusedBits) {
-    size_t save = m_pos;
     DerInput c;
-    if (!read(der::kBitString, &c)) return false;
-    if (c.empty() || c[0] > 7 || (c.size() == 1 && c[0] != 0)) {
-        m_pos = save;
-        return fail("ASN.1 BIT STRING is malformed");
-    }
+    if (!readChecked(der::kBitString, &c, [](DerInput in) -> const char* {
+            bool bad = in.empty() || in[0] > 7 || (in.size() == 1 && in[0] != 0);
+            return bad ? "ASN.1 BIT STRING is malformed" : nullptr;
+        }))
+        return false;
     *unusedBits = c[0];
     *bits = c.sub(1, c.size() - 1);
     return true;
 }
 
 namespace der {
+
+bool readFirstItem(DerInput in, bool allowBer, DerElement* out, LogBase& log) {
+    if (in.empty()) {
+        log.logError("ASN.1 input is empty");
+        return false;
+    }
+    DerParser p(in, allowBer);
+    if (p.readAny(out)) return true;
+    log.logError(p.lastError());
+    return false;
+}
+
+bool isStringType(unsigned tagClass, unsigned tagNumber) {
+    return tagClass == 0 && (tagNumber == 3 || tagNumber == 4 || tagNumber == 12 ||
+                             (tagNumber >= 18 && tagNumber <= 28) || tagNumber == 30);
+}
+
+bool isStrictDer(DerInput in, bool noSegments, int depth) {
+    if (depth > kMaxDepth) return false;
+    DerParser p(in, false);
+    while (p.hasMore()) {
+        DerElement e;
+        if (!p.readAny(&e)) return false;
+        if (!e.constructed) continue;
+        if (noSegments && isStringType(e.tagClass, e.tagNumber)) return false;
+        if (!isStrictDer(e.contents, noSegments, depth + 1)) return false;
+    }
+    return true;
+}
 
 bool oidToText(DerInput oid, char* out, size_t outSize) {
     if (oid.empty() || outSize == 0 || (oid[oid.size() - 1] & 0x80)) return false;

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <cstring>
 
+class LogBase;
+
 // A view of bytes owned elsewhere. Valid while the owner's bytes are unchanged.
 class DerInput {
   public:
@@ -127,6 +129,10 @@ class DerParser {
 
   private:
     [[nodiscard]] bool parseHeader(size_t pos, DerElement* out, size_t* next, int depth) const;
+    // Reads the next element with the tag; when problem names something wrong
+    // with its contents, fails with that text and leaves the cursor where it was.
+    [[nodiscard]] bool readChecked(unsigned tag, DerInput* contents,
+                                   const char* (*problem)(DerInput));
     bool fail(const char* why) const {
         m_lastError = why;
         return false;
@@ -144,6 +150,18 @@ namespace der {
 bool oidToText(DerInput oid, char* out, size_t outSize);
 // Content octets of a dotted OID; false when the text is not an OID.
 bool textToOid(const char* text, unsigned char* out, size_t outSize, size_t* outLen);
+// Reads the first item of in into out; bytes after it are left alone. False,
+// with a log line saying why ("ASN.1 input is empty", the parser's reason),
+// when there is no well formed item.
+bool readFirstItem(DerInput in, bool allowBer, DerElement* out, LogBase& log);
+// Universal types that BER may split into constructed segments (which DER
+// forbids): the bit, octet and character strings, and the times.
+bool isStringType(unsigned tagClass, unsigned tagNumber);
+// Whether in is a run of items in strict DER all the way down (constructed
+// items are walked, primitive contents are not looked into), depth being the
+// level of those items. With noSegments, a string type in constructed form
+// also counts as not DER.
+bool isStrictDer(DerInput in, bool noSegments, int depth = 0);
 // Appends the DER header for tag and content length to out (at most 6 bytes for
 // lengths below 4 GiB); returns the number of bytes written.
 size_t encodeHeader(unsigned tagByte, size_t contentLength, unsigned char* out);

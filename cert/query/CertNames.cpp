@@ -11,11 +11,9 @@ namespace {
 // Country codes answered as "EU" by is_country_eu: the EU member states plus
 // Iceland, Liechtenstein and Norway (the EEA). Greece is GR here, not EL, and
 // the United Kingdom is absent. Callers rely on exactly this set.
-const char* const eu_countries[] = {"AT", "BE", "BG", "CY", "CZ", "DE", "DK",   "EE",
-                                    "ES", "FI", "FR", "GR", "HR", "HU", "IE",   "IS",
-                                    "IT", "LI", "LT", "LU", "LV", "MT", "NL",   "NO",
-                                    "PL", "PT", "RO", "SE", "SI", "SK", nullptr};
-const int kNumEuCountries = 30;
+const char* const eu_countries[] = {"AT", "BE", "BG", "CY", "CZ", "DE", "DK", "EE", "ES", "FI",
+                                    "FR", "GR", "HR", "HU", "IE", "IS", "IT", "LI", "LT", "LU",
+                                    "LV", "MT", "NL", "NO", "PL", "PT", "RO", "SE", "SI", "SK"};
 
 using NamedGetter = bool (OrvaneX509::*)(XString&, LogBase&) const;
 
@@ -135,8 +133,8 @@ bool CertCore::is_country_eu(LogBase& log) {
     // second opinion on one that has a non-EU country.
     if (country.isEmpty()) getIssuerPart("C", country, log);
     if (country.isEmpty()) return false;
-    for (int i = 0; i < kNumEuCountries; ++i) {
-        if (country.equalsIgnoreCaseUsAscii(eu_countries[i])) return true;
+    for (const char* code : eu_countries) {
+        if (country.equalsIgnoreCaseUsAscii(code)) return true;
     }
     return false;
 }

@@ -37,7 +37,7 @@ CertCore::~CertCore() {
     m_pkcs11 = nullptr;
     m_pkcs11PrivKeyHandle = 0;
     m_privateKey.clearPublicKey();
-    m_magic = 0;
+    clearSentinel(m_magic);
 }
 
 CertCore* CertCore::createNewCert() {

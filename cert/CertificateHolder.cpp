@@ -23,7 +23,7 @@ CertificateHolder::~CertificateHolder() {
     m_cert = nullptr;
     RefCountedObject::release(m_systemCerts);
     m_systemCerts = nullptr;
-    m_magic = 0;
+    clearSentinel(m_magic);
 }
 
 void CertificateHolder::clearDeposits() {

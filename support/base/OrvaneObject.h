@@ -5,6 +5,15 @@
 #include <atomic>
 #include <cstddef>
 
+// Clears a validity sentinel in a destructor. The write goes through a
+// volatile reference: a plain store to a member of an object whose life is
+// ending is a dead store the optimiser may drop, and the sentinel exists
+// precisely to be read after that.
+template <typename T>
+inline void clearSentinel(T& magic) {
+    *static_cast<volatile T*>(&magic) = 0;
+}
+
 // Root of library objects. Arrays of owned objects (ExtPtrArray) hold these and
 // delete through the virtual destructor.
 class OrvaneObject {

@@ -160,7 +160,7 @@ ClsHttp::ClsHttp() : m_magic(kValidMagic) {
 }
 
 ClsHttp::~ClsHttp() {
-    m_magic = 0;
+    clearSentinel(m_magic);
 }
 
 ClsHttp* ClsHttp::createNewCls() {

@@ -335,6 +335,21 @@ bool normalisePkcs8(DerInput der, DataBuffer& pkcs8, DataBuffer& spki, LogBase& 
 
 }  // namespace
 
+int KeyTypeCode::of(KeyKind kind) {
+    switch (kind) {
+        case KeyKind::Rsa:
+            return kRsa;
+        case KeyKind::Dsa:
+            return kDsa;
+        case KeyKind::Ec:
+            return kEcdsa;
+        case KeyKind::Ed25519:
+            return kEdDsa;
+        default:
+            return kUnknown;
+    }
+}
+
 const CurveInfo* findCurve(const char* oidText) {
     if (!oidText) return nullptr;
     for (const CurveInfo& c : kCurves) {

@@ -12,6 +12,17 @@ class StringBuffer;
 
 enum class KeyKind { None, Rsa, Dsa, Ec, Ed25519, Ed448, Other };
 
+// The key type codes that the certificate object, the key container and the
+// token key matcher report. Ed448 has no code of its own and reports kUnknown.
+struct KeyTypeCode {
+    static constexpr int kUnknown = 0;
+    static constexpr int kRsa = 1;
+    static constexpr int kDsa = 2;
+    static constexpr int kEcdsa = 3;
+    static constexpr int kEdDsa = 5;
+    static int of(KeyKind kind);
+};
+
 namespace keyoid {
 constexpr const char* kRsaEncryption = "1.2.840.113549.1.1.1";  // rsaEncryption
 constexpr const char* kRsaPss = "1.2.840.113549.1.1.10";        // id-RSASSA-PSS

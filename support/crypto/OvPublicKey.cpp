@@ -62,18 +62,7 @@ const char* _ovPublicKey::keyTypeStr() const {
 }
 
 int _ovPublicKey::keyTypeCode() const {
-    switch (m_kind) {
-        case KeyKind::Rsa:
-            return 1;
-        case KeyKind::Dsa:
-            return 2;
-        case KeyKind::Ec:
-            return 3;
-        case KeyKind::Ed25519:
-            return 5;
-        default:
-            return 0;
-    }
+    return KeyTypeCode::of(m_kind);
 }
 
 void _ovPublicKey::logKeyType(LogBase& log) {

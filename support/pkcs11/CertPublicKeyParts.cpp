@@ -4,17 +4,6 @@
 
 namespace {
 
-// Content octets of the algorithm OIDs we match by value.
-const unsigned char kOidRsaEncryption[] = {
-    0x2a, 0x86, 0x48, 0x86, 0xf7, 0x0d, 0x01, 0x01, 0x01};  // 1.2.840.113549.1.1.1 rsaEncryption
-const unsigned char kOidRsaPss[] = {0x2a, 0x86, 0x48, 0x86, 0xf7,
-                                    0x0d, 0x01, 0x01, 0x0a};  // 1.2.840.113549.1.1.10 id-RSASSA-PSS
-const unsigned char kOidEcPublicKey[] = {0x2a, 0x86, 0x48, 0xce,
-                                         0x3d, 0x02, 0x01};  // 1.2.840.10045.2.1 id-ecPublicKey
-const unsigned char kOidDsa[] = {0x2a, 0x86, 0x48, 0xce,
-                                 0x38, 0x04, 0x01};      // 1.2.840.10040.4.1 id-dsa
-const unsigned char kOidEd25519[] = {0x2b, 0x65, 0x70};  // 1.3.101.112 id-Ed25519
-
 // CKA_EC_PARAMS forms that name Ed25519 on a token.
 const unsigned char kEd25519ParamsOid[] = {0x06, 0x03, 0x2b, 0x65, 0x70};  // 1.3.101.112 id-Ed25519
 const unsigned char kEd25519ParamsName[] = {0x13, 0x0c, 'e', 'd', 'w', 'a', 'r',
@@ -22,10 +11,6 @@ const unsigned char kEd25519ParamsName[] = {0x13, 0x0c, 'e', 'd', 'w', 'a', 'r',
 
 constexpr size_t kEd25519KeyBytes = 32;
 constexpr int kEd25519SigBytes = 64;
-
-bool oidIs(DerInput oid, const unsigned char* want, size_t n) {
-    return oid.equals(want, n);
-}
 
 DerInput stripLeadingZeros(DerInput v) {
     size_t i = 0;
@@ -47,7 +32,7 @@ void CertPublicKeyParts::reset() {
 bool CertPublicKeyParts::parseCertificate(DerInput certDer, LogBase& log) {
     reset();
     DerParser top(certDer);
-    DerParser cert, tbs, spki, alg;
+    DerParser cert, tbs;
     // Certificate  ::=  SEQUENCE  {
     //      tbsCertificate       TBSCertificate,
     if (!top.readSequence(&cert) || top.hasMore() || !cert.readSequence(&tbs)) {
@@ -65,55 +50,43 @@ bool CertPublicKeyParts::parseCertificate(DerInput certDer, LogBase& log) {
     bool ok = true;
     if (tbs.nextIs(der::contextConstructed(0))) ok = tbs.skip();
     for (int i = 0; ok && i < 5; ++i) ok = tbs.skip();
-    // SubjectPublicKeyInfo  ::=  SEQUENCE  {
-    //      algorithm            AlgorithmIdentifier,
-    //      subjectPublicKey     BIT STRING  }
-    // AlgorithmIdentifier  ::=  SEQUENCE  {
-    //      algorithm               OBJECT IDENTIFIER,
-    //      parameters              ANY DEFINED BY algorithm OPTIONAL  }
-    DerInput oid, bits;
-    unsigned unusedBits = 0;
-    DerElement params;
-    bool hasParams = false;
-    ok = ok && tbs.readSequence(&spki) && spki.readSequence(&alg) && alg.readOid(&oid);
-    if (ok && alg.hasMore()) {
-        ok = alg.readAny(&params) && !alg.hasMore();
-        hasParams = ok;
-    }
-    ok = ok && spki.readBitString(&bits, &unusedBits) && unusedBits == 0 && !spki.hasMore();
-    if (!ok) {
+    DerElement spkiElement;
+    SpkiView spki;
+    LogNull quiet;  // one error line of our own below
+    if (!ok || !tbs.readElement(der::kSequence, &spkiElement) ||
+        !keyder::parseSpki(spkiElement.whole, &spki, quiet)) {
         log.logError("The certificate's public key info is not valid.");
         return false;
     }
 
-    if (oidIs(oid, kOidRsaEncryption, sizeof kOidRsaEncryption) ||
-        oidIs(oid, kOidRsaPss, sizeof kOidRsaPss)) {
-        return parseRsaKey(bits, log);
+    switch (spki.kind) {
+        case KeyKind::Rsa:
+            return parseRsaKey(spki.keyBits, log);
+        case KeyKind::Ec:
+            // ECParameters: a namedCurve OID in practice; implicitCurve (NULL) leaves
+            // nothing to compare with the token, so the point alone must decide.
+            if (spki.keyBits.empty()) {
+                log.logError("The certificate's EC public key is empty.");
+                return false;
+            }
+            if (!spki.params.empty() && spki.params[0] != der::kNull) m_ecParams = spki.params;
+            m_ecPoint = spki.keyBits;
+            m_keyType = kEcdsa;
+            return true;
+        case KeyKind::Ed25519:
+            if (spki.keyBits.size() != kEd25519KeyBytes) {
+                log.logError("The certificate's Ed25519 public key is not 32 bytes.");
+                return false;
+            }
+            m_ecPoint = spki.keyBits;
+            m_keyType = kEdDsa;
+            return true;
+        case KeyKind::Dsa:
+            return parseDsaKey(spki.params, spki.keyBits, log);
+        default:
+            // Another algorithm: only a certificate object on the token can lead to its key.
+            return true;
     }
-    if (oidIs(oid, kOidEcPublicKey, sizeof kOidEcPublicKey)) {
-        // ECParameters: a namedCurve OID in practice; implicitCurve (NULL) leaves
-        // nothing to compare with the token, so the point alone must decide.
-        if (bits.empty()) {
-            log.logError("The certificate's EC public key is empty.");
-            return false;
-        }
-        if (hasParams && params.tag != der::kNull) m_ecParams = params.whole;
-        m_ecPoint = bits;
-        m_keyType = kEcdsa;
-        return true;
-    }
-    if (oidIs(oid, kOidEd25519, sizeof kOidEd25519)) {
-        if (bits.size() != kEd25519KeyBytes) {
-            log.logError("The certificate's Ed25519 public key is not 32 bytes.");
-            return false;
-        }
-        m_ecPoint = bits;
-        m_keyType = kEdDsa;
-        return true;
-    }
-    if (oidIs(oid, kOidDsa, sizeof kOidDsa))
-        return parseDsaKey(hasParams ? &params : nullptr, bits, log);
-    return true;  // another algorithm: only a certificate object on the token can lead to its key
 }
 
 bool CertPublicKeyParts::parseRsaKey(DerInput bits, LogBase& log) {
@@ -133,7 +106,7 @@ bool CertPublicKeyParts::parseRsaKey(DerInput bits, LogBase& log) {
     return true;
 }
 
-bool CertPublicKeyParts::parseDsaKey(const DerElement* params, DerInput bits, LogBase& log) {
+bool CertPublicKeyParts::parseDsaKey(DerInput params, DerInput bits, LogBase& log) {
     // DSAPublicKey ::= INTEGER -- public key, Y
     DerParser keyParser(bits);
     DerInput y;
@@ -147,10 +120,10 @@ bool CertPublicKeyParts::parseDsaKey(const DerElement* params, DerInput bits, Lo
     //     g             INTEGER  }
     // Absent parameters are inherited from the issuer; then the signature size
     // stays unknown but the key can still be matched by y.
-    if (params && params->tag == der::kSequence) {
-        DerParser seq(params->contents);
+    if (!params.empty() && params[0] == der::kSequence) {
+        DerParser outer(params), seq;
         DerInput p, q;
-        if (!seq.readIntegerBytes(&p) || !seq.readIntegerBytes(&q)) {
+        if (!outer.readSequence(&seq) || !seq.readIntegerBytes(&p) || !seq.readIntegerBytes(&q)) {
             log.logError("The certificate's DSA parameters are not valid.");
             return false;
         }

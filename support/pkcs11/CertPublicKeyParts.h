@@ -4,18 +4,13 @@
 #pragma once
 
 #include "support/asn1/DerReader.h"
+#include "support/crypto/KeyDer.h"
 
 class LogBase;
 
-class CertPublicKeyParts {
+// The key-type codes (kRsa, kEcdsa, ...) are the ones the certificate object reports.
+class CertPublicKeyParts : public KeyTypeCode {
   public:
-    // Key-type codes shared with the certificate object.
-    static constexpr int kUnknown = 0;
-    static constexpr int kRsa = 1;
-    static constexpr int kDsa = 2;
-    static constexpr int kEcdsa = 3;
-    static constexpr int kEdDsa = 5;
-
     // Reads the SubjectPublicKeyInfo of one DER certificate and keeps views into
     // certDer, which the caller must keep unchanged while this object is used.
     // Returns false, with one error line, when the bytes are not a certificate or
@@ -56,7 +51,7 @@ class CertPublicKeyParts {
   private:
     void reset();
     bool parseRsaKey(DerInput bits, LogBase& log);
-    bool parseDsaKey(const DerElement* params, DerInput bits, LogBase& log);
+    bool parseDsaKey(DerInput params, DerInput bits, LogBase& log);
 
     int m_keyType = kUnknown;
     DerInput m_rsaModulus;  // without leading zero bytes

@@ -293,37 +293,6 @@ bool OrvaneX509::parseExtensions(DerInput list, LogBase& log) {
 DerInput OrvaneX509::certDer() const {
     return m_loaded ? DerInput(m_der.getData2(), m_der.getSize()) : DerInput();
 }
-DerInput OrvaneX509::tbsDer() const {
-    return view(m_tbs);
-}
-DerInput OrvaneX509::serialBytes() const {
-    return view(m_serial);
-}
-DerInput OrvaneX509::issuerDer() const {
-    return view(m_issuer);
-}
-DerInput OrvaneX509::subjectDer() const {
-    return view(m_subject);
-}
-DerInput OrvaneX509::spkiDer() const {
-    return view(m_spki);
-}
-DerInput OrvaneX509::spkiAlgOid() const {
-    return view(m_spkiAlgOid);
-}
-DerInput OrvaneX509::publicKeyBits() const {
-    return view(m_spkiBits);
-}
-DerInput OrvaneX509::signatureAlgDer() const {
-    return view(m_sigAlg);
-}
-DerInput OrvaneX509::signatureBits() const {
-    return view(m_sigBits);
-}
-DerInput OrvaneX509::extensionsDer() const {
-    return view(m_exts);
-}
-
 void OrvaneX509::getCertDer(DataBuffer& out) const {
     if (m_loaded) out.append(m_der);
 }
@@ -387,55 +356,6 @@ bool OrvaneX509::nameValue(bool subject, const char* nameOrOid, XString& out, Lo
     StringBuffer value;
     if (!X509Name::findValue(nameDer(subject), oid, value)) return false;
     return out.appendSbUtf8(value);
-}
-
-bool OrvaneX509::get_SubjectC(XString& out, LogBase& log) const {
-    return nameValue(true, "C", out, log);
-}
-bool OrvaneX509::get_SubjectCN(XString& out, LogBase& log) const {
-    return nameValue(true, "CN", out, log);
-}
-bool OrvaneX509::get_SubjectE(XString& out, LogBase& log) const {
-    return nameValue(true, "E", out, log);
-}
-bool OrvaneX509::get_SubjectL(XString& out, LogBase& log) const {
-    return nameValue(true, "L", out, log);
-}
-bool OrvaneX509::get_SubjectO(XString& out, LogBase& log) const {
-    return nameValue(true, "O", out, log);
-}
-bool OrvaneX509::get_SubjectOU(XString& out, LogBase& log) const {
-    return nameValue(true, "OU", out, log);
-}
-bool OrvaneX509::get_SubjectS(XString& out, LogBase& log) const {
-    return nameValue(true, "ST", out, log);
-}
-bool OrvaneX509::get_IssuerC(XString& out, LogBase& log) const {
-    return nameValue(false, "C", out, log);
-}
-bool OrvaneX509::get_IssuerCN(XString& out, LogBase& log) const {
-    return nameValue(false, "CN", out, log);
-}
-bool OrvaneX509::get_IssuerE(XString& out, LogBase& log) const {
-    return nameValue(false, "E", out, log);
-}
-bool OrvaneX509::get_IssuerL(XString& out, LogBase& log) const {
-    return nameValue(false, "L", out, log);
-}
-bool OrvaneX509::get_IssuerO(XString& out, LogBase& log) const {
-    return nameValue(false, "O", out, log);
-}
-bool OrvaneX509::get_IssuerOU(XString& out, LogBase& log) const {
-    return nameValue(false, "OU", out, log);
-}
-bool OrvaneX509::get_IssuerS(XString& out, LogBase& log) const {
-    return nameValue(false, "ST", out, log);
-}
-bool OrvaneX509::get_SubjectValue(const char* nameOrOid, XString& out, LogBase& log) const {
-    return nameValue(true, nameOrOid, out, log);
-}
-bool OrvaneX509::get_IssuerValue(const char* nameOrOid, XString& out, LogBase& log) const {
-    return nameValue(false, nameOrOid, out, log);
 }
 
 bool OrvaneX509::getEmailAddress(XString& out, LogBase& log) const {

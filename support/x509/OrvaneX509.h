@@ -81,26 +81,30 @@ class OrvaneX509 : public NonRefCountedObj {
 
     // The first value (in encoding order) of the attribute; false, appending
     // nothing, when the attribute is absent.
-    bool get_SubjectC(XString& out, LogBase& log) const;
-    bool get_SubjectCN(XString& out, LogBase& log) const;
-    bool get_SubjectE(XString& out, LogBase& log) const;
-    bool get_SubjectL(XString& out, LogBase& log) const;
-    bool get_SubjectO(XString& out, LogBase& log) const;
-    bool get_SubjectOU(XString& out, LogBase& log) const;
-    bool get_SubjectS(XString& out, LogBase& log) const;
-    bool get_IssuerC(XString& out, LogBase& log) const;
-    bool get_IssuerCN(XString& out, LogBase& log) const;
-    bool get_IssuerE(XString& out, LogBase& log) const;
-    bool get_IssuerL(XString& out, LogBase& log) const;
-    bool get_IssuerO(XString& out, LogBase& log) const;
-    bool get_IssuerOU(XString& out, LogBase& log) const;
-    bool get_IssuerS(XString& out, LogBase& log) const;
+    bool get_SubjectC(XString& o, LogBase& l) const { return nameValue(true, "C", o, l); }
+    bool get_SubjectCN(XString& o, LogBase& l) const { return nameValue(true, "CN", o, l); }
+    bool get_SubjectE(XString& o, LogBase& l) const { return nameValue(true, "E", o, l); }
+    bool get_SubjectL(XString& o, LogBase& l) const { return nameValue(true, "L", o, l); }
+    bool get_SubjectO(XString& o, LogBase& l) const { return nameValue(true, "O", o, l); }
+    bool get_SubjectOU(XString& o, LogBase& l) const { return nameValue(true, "OU", o, l); }
+    bool get_SubjectS(XString& o, LogBase& l) const { return nameValue(true, "ST", o, l); }
+    bool get_IssuerC(XString& o, LogBase& l) const { return nameValue(false, "C", o, l); }
+    bool get_IssuerCN(XString& o, LogBase& l) const { return nameValue(false, "CN", o, l); }
+    bool get_IssuerE(XString& o, LogBase& l) const { return nameValue(false, "E", o, l); }
+    bool get_IssuerL(XString& o, LogBase& l) const { return nameValue(false, "L", o, l); }
+    bool get_IssuerO(XString& o, LogBase& l) const { return nameValue(false, "O", o, l); }
+    bool get_IssuerOU(XString& o, LogBase& l) const { return nameValue(false, "OU", o, l); }
+    bool get_IssuerS(XString& o, LogBase& l) const { return nameValue(false, "ST", o, l); }
     // The attribute named by a dotted OID or a name from the attribute table
     // (short or long, ASCII case ignored: "CN", "cn", "commonName", "ST", "S",
     // "E", "emailAddress", "SERIALNUMBER", "GN", "SN", "DC", "UID", ...). Any
     // text, null included, is accepted: an unknown name gives false.
-    bool get_SubjectValue(const char* nameOrOid, XString& out, LogBase& log) const;
-    bool get_IssuerValue(const char* nameOrOid, XString& out, LogBase& log) const;
+    bool get_SubjectValue(const char* nameOrOid, XString& out, LogBase& log) const {
+        return nameValue(true, nameOrOid, out, log);
+    }
+    bool get_IssuerValue(const char* nameOrOid, XString& out, LogBase& log) const {
+        return nameValue(false, nameOrOid, out, log);
+    }
     // getEmailAddress: the subject's emailAddress attribute, else the first
     // rfc822Name of the subject alternative names.
     bool getEmailAddress(XString& out, LogBase& log) const;
@@ -168,16 +172,26 @@ class OrvaneX509 : public NonRefCountedObj {
     // Valid for the object's life; never copied.
 
     DerInput certDer() const;
-    DerInput tbsDer() const;           // the whole TBSCertificate element, as signed
-    DerInput serialBytes() const;      // INTEGER content octets
-    DerInput issuerDer() const;        // the whole issuer Name element
-    DerInput subjectDer() const;       // the whole subject Name element
-    DerInput spkiDer() const;          // the whole SubjectPublicKeyInfo element
-    DerInput spkiAlgOid() const;       // OID content octets of the key algorithm
-    DerInput publicKeyBits() const;    // subjectPublicKey bytes after the unused-bits count
-    DerInput signatureAlgDer() const;  // the outer AlgorithmIdentifier element
-    DerInput signatureBits() const;    // signature bytes after the unused-bits count
-    DerInput extensionsDer() const;    // contents of the Extensions SEQUENCE (may be empty)
+    // The whole TBSCertificate element, as signed.
+    DerInput tbsDer() const { return view(m_tbs); }
+    // INTEGER content octets.
+    DerInput serialBytes() const { return view(m_serial); }
+    // The whole issuer Name element.
+    DerInput issuerDer() const { return view(m_issuer); }
+    // The whole subject Name element.
+    DerInput subjectDer() const { return view(m_subject); }
+    // The whole SubjectPublicKeyInfo element.
+    DerInput spkiDer() const { return view(m_spki); }
+    // OID content octets of the key algorithm.
+    DerInput spkiAlgOid() const { return view(m_spkiAlgOid); }
+    // SubjectPublicKey bytes after the unused-bits count.
+    DerInput publicKeyBits() const { return view(m_spkiBits); }
+    // The outer AlgorithmIdentifier element.
+    DerInput signatureAlgDer() const { return view(m_sigAlg); }
+    // Signature bytes after the unused-bits count.
+    DerInput signatureBits() const { return view(m_sigBits); }
+    // Contents of the Extensions SEQUENCE (may be empty).
+    DerInput extensionsDer() const { return view(m_exts); }
     int versionNumber() const { return m_loaded ? m_version + 1 : 0; }
 
     // The extnValue contents of the extension with the OID (content octets, e.g.

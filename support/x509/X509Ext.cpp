@@ -7,15 +7,18 @@
 
 namespace {
 
-const unsigned char kOidSki[] = {0x55, 0x1d, 0x0e};       // 2.5.29.14 id-ce-subjectKeyIdentifier
-const unsigned char kOidKu[] = {0x55, 0x1d, 0x0f};        // 2.5.29.15 id-ce-keyUsage
-const unsigned char kOidSan[] = {0x55, 0x1d, 0x11};       // 2.5.29.17 id-ce-subjectAltName
-const unsigned char kOidIan[] = {0x55, 0x1d, 0x12};       // 2.5.29.18 id-ce-issuerAltName
-const unsigned char kOidBc[] = {0x55, 0x1d, 0x13};        // 2.5.29.19 id-ce-basicConstraints
-const unsigned char kOidCrlDp[] = {0x55, 0x1d, 0x1f};     // 2.5.29.31 id-ce-cRLDistributionPoints
-const unsigned char kOidPolicies[] = {0x55, 0x1d, 0x20};  // 2.5.29.32 id-ce-certificatePolicies
-const unsigned char kOidAki[] = {0x55, 0x1d, 0x23};       // 2.5.29.35 id-ce-authorityKeyIdentifier
-const unsigned char kOidEku[] = {0x55, 0x1d, 0x25};       // 2.5.29.37 id-ce-extKeyUsage
+// Extensions under id-ce (2.5.29): content octets 55 1D <arc>.
+enum CeArc : unsigned {
+    kCeSki = 14,       // id-ce-subjectKeyIdentifier
+    kCeKu = 15,        // id-ce-keyUsage
+    kCeSan = 17,       // id-ce-subjectAltName
+    kCeIan = 18,       // id-ce-issuerAltName
+    kCeBc = 19,        // id-ce-basicConstraints
+    kCeCrlDp = 31,     // id-ce-cRLDistributionPoints
+    kCePolicies = 32,  // id-ce-certificatePolicies
+    kCeAki = 35,       // id-ce-authorityKeyIdentifier
+    kCeEku = 37,       // id-ce-extKeyUsage
+};
 const unsigned char kOidAia[] = {0x2b, 0x06, 0x01, 0x05, 0x05,
                                  0x07, 0x01, 0x01};  // 1.3.6.1.5.5.7.1.1 id-pe-authorityInfoAccess
 const unsigned char kOidAdOcsp[] = {0x2b, 0x06, 0x01, 0x05,
@@ -40,6 +43,11 @@ const char* const kKeyUsageNames[9] = {"digitalSignature", "nonRepudiation", "ke
 
 bool is(DerInput oid, const unsigned char* p, size_t n) {
     return oid.equals(p, n);
+}
+
+// The arc of an id-ce OID; 0 for any other OID.
+unsigned ceArc(DerInput oid) {
+    return oid.size() == 3 && oid[0] == 0x55 && oid[1] == 0x1d ? oid[2] : 0;
 }
 
 void appendOidText(DerInput oid, StringBuffer& out) {
@@ -314,15 +322,16 @@ bool X509ExtText::appendGeneralName(const DerElement& gn, StringBuffer& out) {
 bool X509ExtText::appendText(DerInput extOid, DerInput value, StringBuffer& out) {
     StringBuffer text;  // built whole, so a malformed value appends nothing
     bool ok = false;
-    if (is(extOid, kOidSki, sizeof kOidSki)) {
+    const unsigned arc = ceArc(extOid);
+    if (arc == kCeSki) {
         DerInput id;
         ok = X509ExtRead::skiKeyId(value, &id);
         if (ok) text.appendHex(id.data(), static_cast<unsigned>(id.size()));
-    } else if (is(extOid, kOidAki, sizeof kOidAki)) {
+    } else if (arc == kCeAki) {
         DerInput id;
         ok = X509ExtRead::akiKeyId(value, &id);
         if (ok) text.appendHex(id.data(), static_cast<unsigned>(id.size()));
-    } else if (is(extOid, kOidKu, sizeof kOidKu)) {
+    } else if (arc == kCeKu) {
         unsigned mask = 0;
         ok = X509ExtRead::keyUsageMask(value, &mask);
         for (int i = 0; ok && i < 9; ++i) {
@@ -330,11 +339,10 @@ bool X509ExtText::appendText(DerInput extOid, DerInput value, StringBuffer& out)
             if (!text.isEmpty()) text.appendChar(',');
             text.append(kKeyUsageNames[i]);
         }
-    } else if (is(extOid, kOidEku, sizeof kOidEku) ||
-               is(extOid, kOidPolicies, sizeof kOidPolicies)) {
+    } else if (arc == kCeEku || arc == kCePolicies) {
         // Both are SEQUENCE OF items that are, or begin with, an OID:
         //   PolicyInformation ::= SEQUENCE { policyIdentifier CertPolicyId, ... }
-        const bool policies = is(extOid, kOidPolicies, sizeof kOidPolicies);
+        const bool policies = arc == kCePolicies;
         DerInput list;
         ok = readWholeSequence(value, &list);
         DerParser p(list);
@@ -350,7 +358,7 @@ bool X509ExtText::appendText(DerInput extOid, DerInput value, StringBuffer& out)
             if (!text.isEmpty()) text.appendChar(',');
             appendOidText(oid, text);
         }
-    } else if (is(extOid, kOidBc, sizeof kOidBc)) {
+    } else if (arc == kCeBc) {
         bool ca = false;
         int pathLen = -1;
         ok = X509ExtRead::basicConstraints(value, &ca, &pathLen);
@@ -361,11 +369,11 @@ bool X509ExtText::appendText(DerInput extOid, DerInput value, StringBuffer& out)
                 text.appendUint32(static_cast<unsigned>(pathLen));
             }
         }
-    } else if (is(extOid, kOidSan, sizeof kOidSan) || is(extOid, kOidIan, sizeof kOidIan)) {
+    } else if (arc == kCeSan || arc == kCeIan) {
         DerInput seq;
         bool first = true;
         ok = readWholeSequence(value, &seq) && appendGeneralNames(seq, first, text);
-    } else if (is(extOid, kOidCrlDp, sizeof kOidCrlDp)) {
+    } else if (arc == kCeCrlDp) {
         bool first = true;
         ok = forEachCrlFullName(
             value, [&](DerInput names) { return appendGeneralNames(names, first, text); });

@@ -3,16 +3,10 @@
 #pragma once
 
 #include "support/asn1/DerReader.h"
+#include "support/crypto/KeyDer.h"
 
-class X509KeyInfo {
+class X509KeyInfo : public KeyTypeCode {
   public:
-    // Key type codes shared with the certificate object.
-    static constexpr int kUnknown = 0;
-    static constexpr int kRsa = 1;
-    static constexpr int kDsa = 2;
-    static constexpr int kEcdsa = 3;
-    static constexpr int kEdDsa = 5;
-
     // Reads a whole SubjectPublicKeyInfo element. Sizes: RSA and DSA the bit
     // length of the modulus / prime p; EC the curve's field size (a curve we do
     // not know: 4 * (point length - 1) for an uncompressed point); Ed25519 256
@@ -20,8 +14,4 @@ class X509KeyInfo {
     // key container reports them. Types we do not know give kUnknown with 0
     // bits and true. False on a malformed SPKI.
     static bool typeAndBits(DerInput spki, int* keyType, unsigned* bits);
-
-    // Number of significant bits of an unsigned big-endian magnitude (leading
-    // zero bytes ignored).
-    static unsigned bitLength(DerInput magnitude);
 };

@@ -7,82 +7,77 @@
 
 namespace {
 
-// Content octets of the attribute type OIDs.
-const unsigned char kOidCn[] = {0x55, 0x04, 0x03};         // 2.5.4.3  id-at-commonName
-const unsigned char kOidSurname[] = {0x55, 0x04, 0x04};    // 2.5.4.4  id-at-surname
-const unsigned char kOidSerial[] = {0x55, 0x04, 0x05};     // 2.5.4.5  id-at-serialNumber
-const unsigned char kOidC[] = {0x55, 0x04, 0x06};          // 2.5.4.6  id-at-countryName
-const unsigned char kOidL[] = {0x55, 0x04, 0x07};          // 2.5.4.7  id-at-localityName
-const unsigned char kOidSt[] = {0x55, 0x04, 0x08};         // 2.5.4.8  id-at-stateOrProvinceName
-const unsigned char kOidStreet[] = {0x55, 0x04, 0x09};     // 2.5.4.9  id-at-streetAddress
-const unsigned char kOidO[] = {0x55, 0x04, 0x0a};          // 2.5.4.10 id-at-organizationName
-const unsigned char kOidOu[] = {0x55, 0x04, 0x0b};         // 2.5.4.11 id-at-organizationalUnitName
-const unsigned char kOidTitle[] = {0x55, 0x04, 0x0c};      // 2.5.4.12 id-at-title
-const unsigned char kOidDescr[] = {0x55, 0x04, 0x0d};      // 2.5.4.13 id-at-description
-const unsigned char kOidBusiness[] = {0x55, 0x04, 0x0f};   // 2.5.4.15 id-at-businessCategory
-const unsigned char kOidPostal[] = {0x55, 0x04, 0x11};     // 2.5.4.17 id-at-postalCode
-const unsigned char kOidPoBox[] = {0x55, 0x04, 0x12};      // 2.5.4.18 id-at-postOfficeBox
-const unsigned char kOidName[] = {0x55, 0x04, 0x29};       // 2.5.4.41 id-at-name
-const unsigned char kOidGiven[] = {0x55, 0x04, 0x2a};      // 2.5.4.42 id-at-givenName
-const unsigned char kOidInitials[] = {0x55, 0x04, 0x2b};   // 2.5.4.43 id-at-initials
-const unsigned char kOidGenQual[] = {0x55, 0x04, 0x2c};    // 2.5.4.44 id-at-generationQualifier
-const unsigned char kOidDnQual[] = {0x55, 0x04, 0x2e};     // 2.5.4.46 id-at-dnQualifier
-const unsigned char kOidPseudonym[] = {0x55, 0x04, 0x41};  // 2.5.4.65 id-at-pseudonym
-const unsigned char kOidOrgId[] = {0x55, 0x04, 0x61};      // 2.5.4.97 id-at-organizationIdentifier
-const unsigned char kOidEmail[] = {0x2a, 0x86, 0x48, 0x86, 0xf7,
-                                   0x0d, 0x01, 0x09, 0x01};  // 1.2.840.113549.1.9.1 emailAddress
-const unsigned char kOidUnstructured[] = {
-    0x2a, 0x86, 0x48, 0x86, 0xf7, 0x0d, 0x01, 0x09, 0x02};  // 1.2.840.113549.1.9.2 unstructuredName
-const unsigned char kOidDc[] = {0x09, 0x92, 0x26, 0x89, 0x93,
-                                0xf2, 0x2c, 0x64, 0x01, 0x19};  // 0.9.2342.19200300.100.1.25 dc
-const unsigned char kOidUid[] = {0x09, 0x92, 0x26, 0x89, 0x93,
-                                 0xf2, 0x2c, 0x64, 0x01, 0x01};  // 0.9.2342.19200300.100.1.1 uid
-const unsigned char kOidJurL[] = {0x2b, 0x06, 0x01, 0x04, 0x01, 0x82,
-                                  0x37, 0x3c, 0x02, 0x01, 0x01};  // 1.3.6.1.4.1.311.60.2.1.1
-const unsigned char kOidJurSt[] = {0x2b, 0x06, 0x01, 0x04, 0x01, 0x82,
-                                   0x37, 0x3c, 0x02, 0x01, 0x02};  // 1.3.6.1.4.1.311.60.2.1.2
-const unsigned char kOidJurC[] = {0x2b, 0x06, 0x01, 0x04, 0x01, 0x82,
-                                  0x37, 0x3c, 0x02, 0x01, 0x03};  // 1.3.6.1.4.1.311.60.2.1.3
-
-#define OV_ATTR(dotted, oid, tag, longName, alias) \
-    { dotted, oid, sizeof(oid), tag, longName, alias }
-
 // Ordered by how often real certificates carry them, so lookups end early.
 const X509AttrType kTypes[] = {
-    OV_ATTR("2.5.4.3", kOidCn, "CN", "commonName", nullptr),
-    OV_ATTR("2.5.4.10", kOidO, "O", "organizationName", nullptr),
-    OV_ATTR("2.5.4.6", kOidC, "C", "countryName", nullptr),
-    OV_ATTR("2.5.4.11", kOidOu, "OU", "organizationalUnitName", nullptr),
-    OV_ATTR("2.5.4.8", kOidSt, "ST", "stateOrProvinceName", "S"),
-    OV_ATTR("2.5.4.7", kOidL, "L", "localityName", nullptr),
-    OV_ATTR("1.2.840.113549.1.9.1", kOidEmail, "E", "emailAddress", "EMAIL"),
-    OV_ATTR("2.5.4.5", kOidSerial, "SERIALNUMBER", "serialNumber", nullptr),
-    OV_ATTR("0.9.2342.19200300.100.1.25", kOidDc, "DC", "domainComponent", nullptr),
-    OV_ATTR("0.9.2342.19200300.100.1.1", kOidUid, "UID", "userId", nullptr),
-    OV_ATTR("2.5.4.9", kOidStreet, "STREET", "streetAddress", nullptr),
-    OV_ATTR("2.5.4.17", kOidPostal, "POSTALCODE", "postalCode", nullptr),
-    OV_ATTR("2.5.4.4", kOidSurname, "SN", "surname", nullptr),
-    OV_ATTR("2.5.4.42", kOidGiven, "GN", "givenName", "G"),
-    OV_ATTR("2.5.4.12", kOidTitle, "T", "title", nullptr),
-    OV_ATTR("2.5.4.43", kOidInitials, "I", "initials", nullptr),
-    OV_ATTR("2.5.4.44", kOidGenQual, "generationQualifier", "generationQualifier", nullptr),
-    OV_ATTR("2.5.4.46", kOidDnQual, "dnQualifier", "dnQualifier", nullptr),
-    OV_ATTR("2.5.4.65", kOidPseudonym, "pseudonym", "pseudonym", nullptr),
-    OV_ATTR("2.5.4.97", kOidOrgId, "organizationIdentifier", "organizationIdentifier", nullptr),
-    OV_ATTR("2.5.4.15", kOidBusiness, "businessCategory", "businessCategory", nullptr),
-    OV_ATTR("2.5.4.13", kOidDescr, "description", "description", nullptr),
-    OV_ATTR("2.5.4.18", kOidPoBox, "postOfficeBox", "postOfficeBox", nullptr),
-    OV_ATTR("2.5.4.41", kOidName, "name", "name", nullptr),
-    OV_ATTR("1.2.840.113549.1.9.2", kOidUnstructured, "unstructuredName", "unstructuredName",
-            nullptr),
-    OV_ATTR("1.3.6.1.4.1.311.60.2.1.1", kOidJurL, "jurisdictionL", "jurisdictionLocalityName",
-            nullptr),
-    OV_ATTR("1.3.6.1.4.1.311.60.2.1.2", kOidJurSt, "jurisdictionST",
-            "jurisdictionStateOrProvinceName", nullptr),
-    OV_ATTR("1.3.6.1.4.1.311.60.2.1.3", kOidJurC, "jurisdictionC", "jurisdictionCountryName",
-            nullptr),
+    {"2.5.4.3", {0x55, 0x04, 0x03}, 3, "CN", "commonName", nullptr},
+    {"2.5.4.10", {0x55, 0x04, 0x0a}, 3, "O", "organizationName", nullptr},
+    {"2.5.4.6", {0x55, 0x04, 0x06}, 3, "C", "countryName", nullptr},
+    {"2.5.4.11", {0x55, 0x04, 0x0b}, 3, "OU", "organizationalUnitName", nullptr},
+    {"2.5.4.8", {0x55, 0x04, 0x08}, 3, "ST", "stateOrProvinceName", "S"},
+    {"2.5.4.7", {0x55, 0x04, 0x07}, 3, "L", "localityName", nullptr},
+    {"1.2.840.113549.1.9.1",
+     {0x2a, 0x86, 0x48, 0x86, 0xf7, 0x0d, 0x01, 0x09, 0x01},
+     9,
+     "E",
+     "emailAddress",
+     "EMAIL"},
+    {"2.5.4.5", {0x55, 0x04, 0x05}, 3, "SERIALNUMBER", "serialNumber", nullptr},
+    {"0.9.2342.19200300.100.1.25",
+     {0x09, 0x92, 0x26, 0x89, 0x93, 0xf2, 0x2c, 0x64, 0x01, 0x19},
+     10,
+     "DC",
+     "domainComponent",
+     nullptr},
+    {"0.9.2342.19200300.100.1.1",
+     {0x09, 0x92, 0x26, 0x89, 0x93, 0xf2, 0x2c, 0x64, 0x01, 0x01},
+     10,
+     "UID",
+     "userId",
+     nullptr},
+    {"2.5.4.9", {0x55, 0x04, 0x09}, 3, "STREET", "streetAddress", nullptr},
+    {"2.5.4.17", {0x55, 0x04, 0x11}, 3, "POSTALCODE", "postalCode", nullptr},
+    {"2.5.4.4", {0x55, 0x04, 0x04}, 3, "SN", "surname", nullptr},
+    {"2.5.4.42", {0x55, 0x04, 0x2a}, 3, "GN", "givenName", "G"},
+    {"2.5.4.12", {0x55, 0x04, 0x0c}, 3, "T", "title", nullptr},
+    {"2.5.4.43", {0x55, 0x04, 0x2b}, 3, "I", "initials", nullptr},
+    {"2.5.4.44", {0x55, 0x04, 0x2c}, 3, "generationQualifier", "generationQualifier", nullptr},
+    {"2.5.4.46", {0x55, 0x04, 0x2e}, 3, "dnQualifier", "dnQualifier", nullptr},
+    {"2.5.4.65", {0x55, 0x04, 0x41}, 3, "pseudonym", "pseudonym", nullptr},
+    {"2.5.4.97",
+     {0x55, 0x04, 0x61},
+     3,
+     "organizationIdentifier",
+     "organizationIdentifier",
+     nullptr},
+    {"2.5.4.15", {0x55, 0x04, 0x0f}, 3, "businessCategory", "businessCategory", nullptr},
+    {"2.5.4.13", {0x55, 0x04, 0x0d}, 3, "description", "description", nullptr},
+    {"2.5.4.18", {0x55, 0x04, 0x12}, 3, "postOfficeBox", "postOfficeBox", nullptr},
+    {"2.5.4.41", {0x55, 0x04, 0x29}, 3, "name", "name", nullptr},
+    {"1.2.840.113549.1.9.2",
+     {0x2a, 0x86, 0x48, 0x86, 0xf7, 0x0d, 0x01, 0x09, 0x02},
+     9,
+     "unstructuredName",
+     "unstructuredName",
+     nullptr},
+    {"1.3.6.1.4.1.311.60.2.1.1",
+     {0x2b, 0x06, 0x01, 0x04, 0x01, 0x82, 0x37, 0x3c, 0x02, 0x01, 0x01},
+     11,
+     "jurisdictionL",
+     "jurisdictionLocalityName",
+     nullptr},
+    {"1.3.6.1.4.1.311.60.2.1.2",
+     {0x2b, 0x06, 0x01, 0x04, 0x01, 0x82, 0x37, 0x3c, 0x02, 0x01, 0x02},
+     11,
+     "jurisdictionST",
+     "jurisdictionStateOrProvinceName",
+     nullptr},
+    {"1.3.6.1.4.1.311.60.2.1.3",
+     {0x2b, 0x06, 0x01, 0x04, 0x01, 0x82, 0x37, 0x3c, 0x02, 0x01, 0x03},
+     11,
+     "jurisdictionC",
+     "jurisdictionCountryName",
+     nullptr},
 };
-#undef OV_ATTR
 
 bool equalsNoCase(const char* a, const char* b) {
     if (!a || !b) return false;
@@ -426,38 +421,22 @@ bool X509Name::appendDnText(DerInput name, bool withTags, int style, bool encodi
 
 void X509Name::appendJsonEscaped(const char* s, unsigned n, StringBuffer& out) {
     static const char kHex[] = "0123456789abcdef";
+    // Characters with a short escape, and the letter that follows the backslash.
+    static const char kShortFrom[] = "\"\\\n\r\t\b\f";
+    static const char kShortTo[] = "\"\\nrtbf";
     unsigned start = 0;
     for (unsigned i = 0; i < n; ++i) {
         unsigned char c = static_cast<unsigned char>(s[i]);
         if (c >= 0x20 && c != '"' && c != '\\') continue;
         out.appendN(s + start, i - start);
         start = i + 1;
-        switch (c) {
-            case '"':
-                out.append("\\\"");
-                break;
-            case '\\':
-                out.append("\\\\");
-                break;
-            case '\n':
-                out.append("\\n");
-                break;
-            case '\r':
-                out.append("\\r");
-                break;
-            case '\t':
-                out.append("\\t");
-                break;
-            case '\b':
-                out.append("\\b");
-                break;
-            case '\f':
-                out.append("\\f");
-                break;
-            default: {
-                char u[7] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 15], 0};
-                out.append(u);
-            }
+        const char* shortForm = c ? strchr(kShortFrom, c) : nullptr;
+        if (shortForm) {
+            const char esc[3] = {'\\', kShortTo[shortForm - kShortFrom], 0};
+            out.append(esc);
+        } else {
+            const char u[7] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 15], 0};
+            out.append(u);
         }
     }
     out.appendN(s + start, n - start);

@@ -10,7 +10,7 @@ class StringBuffer;
 // the other names a caller may ask for it by.
 struct X509AttrType {
     const char* dotted;
-    const unsigned char* oid;  // content octets
+    unsigned char oid[11];  // content octets
     unsigned oidLen;
     const char* tag;       // printed in DN text and used as the JSON key
     const char* longName;  // RFC 4519 / PKCS#9 name

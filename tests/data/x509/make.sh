@@ -25,9 +25,8 @@
 #   serial_20.der      20-byte serial
 #   serial_00ff.der    serial 255, encoded with a leading zero byte
 #   v1.der             version 1, no extensions
-#   chain.p7b          DER PKCS#7 of inter, leaf_rsa... in mixed order
+#   chain.p7b          DER PKCS#7 of inter, leaf_p256 and root: the leaf in the middle
 #   chain_ber.p7b      CMS signature streamed as BER (indefinite lengths)
-#   chain.p7b.pem      chain.p7b as "-----BEGIN PKCS7-----"
 set -eu
 cd "$(dirname "$0")"
 T=$(mktemp -d)
@@ -164,8 +163,6 @@ openssl x509 -req -in "$T/v1.csr" -signkey "$T/v1.key" -days 30 -outform DER -ou
 openssl x509 -inform DER -in leaf_p256.der -out "$T/leaf_p256.pem"
 openssl crl2pkcs7 -nocrl -certfile "$T/inter.pem" -certfile "$T/leaf_p256.pem" \
     -certfile "$T/root.pem" -outform DER -out chain.p7b
-openssl crl2pkcs7 -nocrl -certfile "$T/inter.pem" -certfile "$T/leaf_p256.pem" \
-    -certfile "$T/root.pem" -out chain.p7b.pem
 cat "$T/inter.pem" "$T/root.pem" >"$T/extra.pem"
 printf 'signed content\n' >"$T/content.txt"
 openssl cms -sign -in "$T/content.txt" -signer "$T/leaf_p256.pem" -inkey "$T/leaf_p256.key" \

@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <regex>
 #include <string>
 
+#include "support/asn1/DerReader.h"
 #include "support/base/DataBuffer.h"
 #include "support/base/StringBuffer.h"
 #include "support_common/TestUtil.h"
@@ -16,9 +18,21 @@ inline std::string fixture(const std::string& name) {
     return ovtest::dataPath("crypto/" + name);
 }
 
+inline std::string keyFile(const std::string& name) {
+    return fixture(name + ".key.pem");
+}
+
 // Runs "openssl <args>" through the shell; false when it exits non-zero.
 inline bool opensslCli(const std::string& args, std::string* out = nullptr) {
     return ovtest::run("openssl " + args, out) == 0;
+}
+
+// openssl's output for the arguments, %K standing for the fixture key's file.
+inline std::string opensslOut(std::string args, const std::string& key = "") {
+    args = std::regex_replace(args, std::regex("%K"), ovtest::shq(keyFile(key)));
+    std::string out;
+    EXPECT_TRUE(opensslCli(args, &out)) << args;
+    return out;
 }
 
 inline DataBuffer toDb(const std::string& s) {
@@ -29,6 +43,10 @@ inline DataBuffer toDb(const std::string& s) {
 
 inline std::string toStr(const DataBuffer& b) {
     return std::string(reinterpret_cast<const char*>(b.getData2()), b.getSize());
+}
+
+inline DerInput in(const std::string& s) {
+    return DerInput(reinterpret_cast<const unsigned char*>(s.data()), s.size());
 }
 
 // Every crypto test needs the openssl tool; without it they fail, never skip.

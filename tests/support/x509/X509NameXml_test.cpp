@@ -1,9 +1,11 @@
-// DN text from the XML rendering of a name against the text from its DER.
+// A reader that only has a name's XML rendering (the CRL reader) walks its RDNs
+// from the last to the first through appendToDN; that text must be the
+// certificate's own DN text, so that CRL issuers and certificate issuers compare.
 #include "support/x509/X509NameXml.h"
 
 #include <gtest/gtest.h>
 
-#include "X509Fixtures.h"
+#include "X509TestUtil.h"
 #include "support/asn1/Asn1Xml.h"
 #include "support/base/XString.h"
 #include "support/xml/ClsXml.h"
@@ -11,13 +13,12 @@
 using namespace x509test;
 
 TEST(OrvaneX509Names, RdnTextFromXmlMatchesDerText) {
-    for (const char* name : kCerts) {
-        SCOPED_TRACE(name);
-        auto x = load(name);
+    for (const CertFixture& c : kCerts) {
+        SCOPED_TRACE(c.name);
+        auto x = load(c.name);
         LogTree log;
-        DerInput issuer = x->subjectDer();
         DataBuffer der;
-        der.append(issuer.data(), static_cast<unsigned>(issuer.size()));
+        der.append(x->subjectDer().data(), static_cast<unsigned>(x->subjectDer().size()));
         StringBuffer xml;
         ASSERT_TRUE(Asn1Xml::derToXml(der, true, true, xml, nullptr, log));
         ClsXml* doc = ClsXml::createNewCls();
@@ -28,14 +29,13 @@ TEST(OrvaneX509Names, RdnTextFromXmlMatchesDerText) {
             for (bool withTags : {true, false}) {
                 XString fromXml, fromDer;
                 ASSERT_TRUE(doc->LastChild2());
-                for (;;) {
+                do {
                     ASSERT_TRUE(OrvaneX509::appendToDN(*doc, withTags, style, fromXml, log));
                     ASSERT_TRUE(doc->tagEquals("set"));  // the cursor came back
-                    if (!doc->PreviousSibling2()) break;
-                }
+                } while (doc->PreviousSibling2());
                 ASSERT_TRUE(doc->GetParent2());
                 ASSERT_TRUE(x->getDN(true, withTags, fromDer, log, style));
-                EXPECT_EQ(std::string(fromDer.getUtf8()), fromXml.getUtf8());
+                EXPECT_STREQ(fromDer.getUtf8(), fromXml.getUtf8());
             }
         }
         EXPECT_FALSE(log.hasErrors()) << log.text();

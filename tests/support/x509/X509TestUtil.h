@@ -1,0 +1,120 @@
+// Shared helpers of the X.509 tests: tiny DER builders for the odd names and
+// extension values no CA tool writes on request, fixtures from tests/data/x509
+// (made by make.sh there), and the openssl command line as the oracle.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/asn1/DerReader.h"
+#include "support/base/LogBase.h"
+#include "support/base/StringBuffer.h"
+#include "support/x509/OrvaneX509.h"
+#include "support_common/TestUtil.h"
+
+namespace x509test {
+
+using Bytes = std::vector<unsigned char>;
+
+inline Bytes tlv(unsigned char tag, const Bytes& content) {
+    unsigned char hdr[8];
+    Bytes out(hdr, hdr + der::encodeHeader(tag, content.size(), hdr));
+    out.insert(out.end(), content.begin(), content.end());
+    return out;
+}
+
+inline Bytes str(const std::string& s) {
+    return Bytes(s.begin(), s.end());
+}
+
+inline Bytes cat(std::initializer_list<Bytes> parts) {
+    Bytes out;
+    for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
+    return out;
+}
+
+inline Bytes oid(const char* dotted) {
+    unsigned char buf[64];
+    size_t n = 0;
+    der::textToOid(dotted, buf, sizeof buf, &n);
+    return tlv(0x06, Bytes(buf, buf + n));
+}
+
+// AttributeTypeAndValue with a value element given whole.
+inline Bytes atv(const char* dotted, const Bytes& valueElement) {
+    return tlv(0x30, cat({oid(dotted), valueElement}));
+}
+
+inline Bytes rdn(std::initializer_list<Bytes> atvs) {
+    return tlv(0x31, cat(atvs));
+}
+
+inline Bytes name(std::initializer_list<Bytes> rdns) {
+    return tlv(0x30, cat(rdns));
+}
+
+inline DerInput in(const Bytes& b) {
+    return DerInput(b.data(), b.size());
+}
+
+inline std::string fixture(const std::string& name) {
+    return ovtest::dataPath("x509/" + name);
+}
+
+inline std::vector<unsigned char> fixtureBytes(const std::string& name) {
+    std::vector<unsigned char> b = ovtest::readFileBytes(fixture(name));
+    EXPECT_FALSE(b.empty()) << "missing fixture " << name << " (run tests/data/x509/make.sh)";
+    return b;
+}
+
+inline bool loadBytes(OrvaneX509& x, const std::vector<unsigned char>& der, LogBase& log) {
+    return x.loadX509DerAlt(der.data(), static_cast<unsigned>(der.size()), nullptr, log);
+}
+
+inline std::unique_ptr<OrvaneX509> load(const std::string& name) {
+    auto x = std::make_unique<OrvaneX509>();
+    LogTree log;
+    EXPECT_TRUE(loadBytes(*x, fixtureBytes(name), log)) << name << "\n" << log.text();
+    return x;
+}
+
+// Runs openssl; a missing or failing openssl fails the test, never skips it.
+// The output comes without its trailing line break.
+inline std::string openssl(const std::string& args) {
+    std::string out;
+    EXPECT_EQ(0, ovtest::run("openssl " + args, &out)) << "openssl " << args;
+    while (!out.empty() && (out.back() == '\n' || out.back() == '\r')) out.pop_back();
+    return out;
+}
+
+// What openssl prints after "name=" for "openssl x509 <fixture> -noout <opts>".
+inline std::string x509Field(const std::string& name, const std::string& opts) {
+    std::string line =
+        openssl("x509 -inform DER -in " + ovtest::shq(fixture(name)) + " -noout " + opts);
+    size_t p = line.find('=');
+    return p == std::string::npos ? line : line.substr(p + 1);
+}
+
+// Every certificate fixture and the one that signed it (null: self-signed).
+struct CertFixture {
+    const char* name;
+    const char* issuer;
+};
+inline const CertFixture kCerts[] = {
+    {"root.der", nullptr},           {"inter.der", "root.der"},
+    {"leaf_rsa.der", "root.der"},    {"leaf_pss.der", "root.der"},
+    {"leaf_p256.der", "inter.der"},  {"leaf_p384.der", "inter.der"},
+    {"leaf_p521.der", "inter.der"},  {"leaf_ed25519.der", "inter.der"},
+    {"leaf_ed448.der", "inter.der"}, {"leaf_dsa.der", "inter.der"},
+    {"name_bmp.der", nullptr},       {"name_utf8.der", nullptr},
+    {"name_multi.der", nullptr},     {"name_special.der", nullptr},
+    {"time_2060.der", nullptr},      {"expired.der", nullptr},
+    {"serial_neg.der", nullptr},     {"serial_20.der", nullptr},
+    {"serial_00ff.der", nullptr},    {"v1.der", nullptr},
+};
+
+}  // namespace x509test

@@ -12,6 +12,13 @@ inline std::string fixture(const std::string& name) {
     return ovtest::readFile(ovtest::dataPath("cert/" + name));
 }
 
+// A fresh certificate (count 0) from a DER fixture, or null.
+inline CertCore* loadDer(const std::string& name, LogBase& log) {
+    std::string der = fixture(name);
+    return CertCore::createFromDer2(reinterpret_cast<const unsigned char*>(der.data()),
+                                    static_cast<unsigned>(der.size()), nullptr, nullptr, log);
+}
+
 inline std::string derOf(CertCore* cert) {
     DataBuffer db;
     if (!cert || !cert->getDEREncodedCert(db)) return std::string();

@@ -8,17 +8,11 @@ using certtest::fixture;
 
 namespace {
 
-CertCore* load(const std::string& name, LogBase& log) {
-    std::string der = fixture(name);
-    return CertCore::createFromDer2(reinterpret_cast<const unsigned char*>(der.data()),
-                                    static_cast<unsigned>(der.size()), nullptr, nullptr, log);
-}
-
 TEST(CertExport, PemIsReadBackByOpensslUnchanged) {
     LogTree log;
     for (const char* name : {"rsa.der", "ec.der", "ed25519.der"}) {
         SCOPED_TRACE(name);
-        CertRef cert(load(name, log));
+        CertRef cert(certtest::loadDer(name, log));
         ASSERT_TRUE(cert);
         StringBuffer pem;
         ASSERT_TRUE(cert->getPem(pem, log));
@@ -49,7 +43,7 @@ TEST(CertExport, PemIsReadBackByOpensslUnchanged) {
 
 TEST(CertExport, PemSeparatorsAndRepeatedBlocks) {
     LogTree log;
-    CertRef cert(load("ec.der", log));
+    CertRef cert(certtest::loadDer("ec.der", log));
     ASSERT_TRUE(cert);
     StringBuffer out("preamble");
     ASSERT_TRUE(cert->getPem(out, log));
@@ -61,22 +55,9 @@ TEST(CertExport, PemSeparatorsAndRepeatedBlocks) {
     EXPECT_EQ(s.substr(second - 27, 27), "-----END CERTIFICATE-----\r\n");
 }
 
-TEST(CertExport, LineBreakingAtFullLines) {
-    // The base64 of n bytes has n/48 full lines; a multiple of 48 ends in CRLF.
-    LogTree log;
-    CertRef cert(load("rsa.der", log));
-    ASSERT_TRUE(cert);
-    StringBuffer body;
-    ASSERT_TRUE(cert->getEncodedCertForPem(body, log));
-    unsigned n = cert->getDEREncodedCertSize();
-    unsigned chars = (n + 2) / 3 * 4;
-    EXPECT_EQ(body.getSize(), chars + 2 * (chars / 64));
-    EXPECT_EQ(body.endsWith("\r\n"), chars % 64 == 0);
-}
-
 TEST(CertExport, DerAppendsAndPkiPathWrapsTheDerVerbatim) {
     LogTree log;
-    CertRef cert(load("rsa.der", log));
+    CertRef cert(certtest::loadDer("rsa.der", log));
     ASSERT_TRUE(cert);
     DataBuffer out;
     out.append("xy", 2);
@@ -104,7 +85,7 @@ TEST(CertExport, DerAppendsAndPkiPathWrapsTheDerVerbatim) {
 
 TEST(CertExport, SaveCertAndEmptyObjects) {
     LogTree log;
-    CertRef cert(load("ed25519.der", log));
+    CertRef cert(certtest::loadDer("ed25519.der", log));
     ASSERT_TRUE(cert);
     ovtest::TempDir dir;
     XString path(dir.file("out.der").c_str());

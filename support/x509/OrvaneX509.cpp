@@ -26,7 +26,6 @@ namespace {
 // Extension OIDs found once at load (content octets).
 const unsigned char kOidAia[] = {0x2b, 0x06, 0x01, 0x05, 0x05,
                                  0x07, 0x01, 0x01};  // 1.3.6.1.5.5.7.1.1 id-pe-authorityInfoAccess
-const unsigned char kOidSan[] = {0x55, 0x1d, 0x11};  // 2.5.29.17 id-ce-subjectAltName
 
 bool fail(LogBase& log, const char* msg) {
     log.logError(msg);

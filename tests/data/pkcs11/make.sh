@@ -10,8 +10,8 @@
 #                                                 the tests clear the key's CKA_SIGN
 #   orphan     certificate only, ID f1         -> the certificate object has no key
 #   stranger   nothing                         -> no key on the token
-# dsa.cert.der, ec256c.cert.der (compressed point), ec384_cert.cert.der and
-# ec521.cert.der serve the certificate key parser only.
+# dsa.cert.der, ec256c.cert.der (compressed point) and ec521.cert.der serve
+# the certificate key parser only.
 set -e
 cd "$(dirname "$0")"
 DAYS=36500
@@ -27,7 +27,6 @@ mk() { # name, genpkey args...
 mk rsa_cert -algorithm RSA -pkeyopt rsa_keygen_bits:2048
 mk rsa_key -algorithm RSA -pkeyopt rsa_keygen_bits:2048
 mk ec256_key -algorithm EC -pkeyopt ec_paramgen_curve:P-256
-mk ec384_cert -algorithm EC -pkeyopt ec_paramgen_curve:P-384
 mk ec521 -algorithm EC -pkeyopt ec_paramgen_curve:P-521
 mk orphan -algorithm RSA -pkeyopt rsa_keygen_bits:2048
 mk stranger -algorithm RSA -pkeyopt rsa_keygen_bits:2048
@@ -46,4 +45,4 @@ mk dsa -paramfile dsa.params.pem
 # Keep only what the tests read.
 rm -f dsa.params.pem ec256c.key.der ec521.key.der ec521.pub.der dsa.key.der dsa.pub.der \
     ed25519.key.der ed25519.pub.der orphan.key.der orphan.pub.der stranger.key.der \
-    stranger.pub.der rsa_cert.pub.der rsa_key.pub.der ec384_cert.pub.der ec384_cert.key.der
+    stranger.pub.der rsa_cert.pub.der rsa_key.pub.der

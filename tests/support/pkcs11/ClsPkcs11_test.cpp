@@ -18,7 +18,6 @@
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
 using ovtest::shq;
 
 const char* const kModule = "/usr/lib/softhsm/libsofthsm2.so";
@@ -26,28 +25,29 @@ const char* const kPin = "pin-7391";
 const char* const kSoPin = "so-pin-5680";
 const char* const kWrongPin = "wrong-8642";
 
-// Points SOFTHSM2_CONF at a store in dir that starts empty (one free, uninitialised
-// slot). Only modules initialised afterwards see it.
-void useSoftHsmDir(const ovtest::TempDir& dir) {
+// Points SOFTHSM2_CONF at the test token's store, or at one that starts empty (one
+// free, uninitialised slot). Only modules initialised afterwards see it.
+void useStore(bool empty = false) {
+    static ovtest::TempDir tokens, none;
+    const ovtest::TempDir& dir = empty ? none : tokens;
     mkdir(dir.file("tokens").c_str(), 0700);
     ovtest::writeFile(dir.file("conf"), "directories.tokendir = " + dir.file("tokens") +
                                             "\nobjectstore.backend = file\nlog.level = ERROR\n");
     setenv("SOFTHSM2_CONF", dir.file("conf").c_str(), 1);
 }
 
-Bytes certDer(const std::string& name) {
-    return ovtest::readFileBytes(ovtest::dataPath("pkcs11/" + name + ".cert.der"));
-}
-
-const ovtest::TempDir& tokenStore() {
-    static ovtest::TempDir dir;
-    return dir;
+// The handle of the private key for tests/data/pkcs11/<cert>.cert.der; 0: none.
+unsigned long findKey(ClsPkcs11& p, const std::string& cert, bool mustSign, int& keyType,
+                      int& sigSize, LogBase& log) {
+    const auto der = ovtest::readFileBytes(ovtest::dataPath("pkcs11/" + cert + ".cert.der"));
+    return p.findPrivKeyHandleForCert(der.data(), static_cast<unsigned>(der.size()), mustSign,
+                                      keyType, sigSize, log);
 }
 
 // Fills the token store with what tests/data/pkcs11/make.sh lists. Returns what
 // failed, or "".
 std::string makeToken() {
-    useSoftHsmDir(tokenStore());
+    useStore();
     const std::string p11 = std::string("pkcs11-tool --module ") + kModule +
                             " --token-label t --login --pin " + kPin + " --write-object ";
     const char* const imports[][3] = {
@@ -61,26 +61,23 @@ std::string makeToken() {
                im[1] + " --id " + im[2];
     std::string out;
     if (ovtest::run(cmd + " 2>&1", &out) != 0) return out;
-    // "The token has been initialized and is reassigned to slot 1234"
-    const size_t at = out.find("to slot ");
-    const CK_SLOT_ID slot =
-        std::strtoul(out.c_str() + (at == std::string::npos ? 0 : at + 8), nullptr, 10);
 
     // The tool marks every private key for signing; the module itself makes the
-    // EC key one that may not sign.
+    // EC key one that may not sign. The login of `finder` holds for every session
+    // of the process on the token.
     LogTree log;
+    ClsPkcs11 finder;
     Pkcs11Module module;
     Pkcs11Session session;
     CK_OBJECT_CLASS cls = CKO_PRIVATE_KEY;
     CK_BYTE id = 0xc1;
     CK_BBOOL no = CK_FALSE;
-    CK_ATTRIBUTE find[] = {{CKA_CLASS, &cls, sizeof cls}, {CKA_ID, &id, 1}};
-    CK_ATTRIBUTE sign[] = {{CKA_SIGN, &no, sizeof no}};
-    std::string pin = kPin;
+    CK_ATTRIBUTE find[] = {{CKA_CLASS, &cls, sizeof cls}, {CKA_ID, &id, 1}},
+                 sign[] = {{CKA_SIGN, &no, sizeof no}};
     std::vector<CK_OBJECT_HANDLE> keys;
-    if (!module.load(kModule, log) || !session.open(module.functions(), slot, true, log) ||
-        module.functions()->C_Login(session.handle(), CKU_USER,
-                                    reinterpret_cast<CK_UTF8CHAR*>(&pin[0]), pin.size()) ||
+    if (!finder.loadModule(kModule, log) || !finder.openSession(-1, false, log) ||
+        !finder.login(ClsPkcs11::kUserNormal, kPin, log) || !module.load(kModule, log) ||
+        !session.open(module.functions(), finder.sessionSlotId(), true, log) ||
         !session.findObjects(find, 2, keys, log) || keys.size() != 1 ||
         module.functions()->C_SetAttributeValue(session.handle(), keys[0], sign, 1))
         return "clearing CKA_SIGN failed " + log.text();
@@ -91,7 +88,7 @@ class Pkcs11Test : public ::testing::Test {
   protected:
     void SetUp() override {
         static const std::string error = makeToken();
-        useSoftHsmDir(tokenStore());
+        useStore();
         ASSERT_EQ(error, "") << "making the SoftHSM2 token";
     }
 
@@ -106,7 +103,6 @@ class Pkcs11Test : public ::testing::Test {
 };
 
 TEST_F(Pkcs11Test, FailuresGiveOneClearLine) {
-    ovtest::TempDir dir, empty;
     const unsigned char notCert[] = {0x30, 0x03, 0x02, 0x01, 0x01};
     std::vector<unsigned long> slots;
     int keyType = 0, sigSize = 0;
@@ -118,7 +114,7 @@ TEST_F(Pkcs11Test, FailuresGiveOneClearLine) {
         std::function<bool(ClsPkcs11&, LogTree&)> call;
         const char* error;
     } const cases[] = {
-        {"missing module file", false, CALL(p.loadModule(dir.file("absent.so").c_str(), l)),
+        {"missing module file", false, CALL(p.loadModule("/nonexistent/absent.so", l)),
          "Failed to load the PKCS11 module."},
         {"library that is not a module", false,
          CALL(p.loadModule("/lib/x86_64-linux-gnu/libz.so.1", l)),
@@ -144,14 +140,14 @@ TEST_F(Pkcs11Test, FailuresGiveOneClearLine) {
 #undef CALL
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        useSoftHsmDir(c.emptyStore ? empty : tokenStore());
+        useStore(c.emptyStore);
         ClsPkcs11 p;
         LogTree log;
         EXPECT_FALSE(c.call(p, log));
         EXPECT_TRUE(log.hasError(c.error)) << log.text();
         EXPECT_EQ(log.numErrors(), 1) << log.text();
     }
-    useSoftHsmDir(tokenStore());
+    useStore();
 }
 
 TEST_F(Pkcs11Test, LoginChecksThePinAndNeverLogsIt) {
@@ -159,22 +155,18 @@ TEST_F(Pkcs11Test, LoginChecksThePinAndNeverLogsIt) {
     open(p, false);
     LogTree log;
     log.verboseLogging = 1;
-    EXPECT_FALSE(p.alreadyLoggedIn(1, log));
-    EXPECT_FALSE(p.login(1, kWrongPin, log));
+    EXPECT_FALSE(p.alreadyLoggedIn(1, log) || p.login(1, kWrongPin, log));
     std::string ckr;
     EXPECT_TRUE(log.hasError("PKCS11 login failed.") && log.findData("ckr", ckr)) << log.text();
     EXPECT_EQ(ckr, "CKR_PIN_INCORRECT");
 
     ASSERT_TRUE(p.login(1, kPin, log)) << log.text();
-    EXPECT_TRUE(p.alreadyLoggedIn(1, log));
-    EXPECT_FALSE(p.alreadyLoggedIn(0, log)) << "a user login is not an SO login";
+    EXPECT_TRUE(p.alreadyLoggedIn(1, log) && !p.alreadyLoggedIn(0, log)) << "user, not SO";
     EXPECT_TRUE(p.login(1, kPin, log)) << "being logged in already is not a failure";
-    EXPECT_TRUE(p.logout(log));
-    EXPECT_FALSE(p.alreadyLoggedIn(1, log));
+    EXPECT_TRUE(p.logout(log) && !p.alreadyLoggedIn(1, log));
     // The SO logs in only on read-write sessions.
     ASSERT_TRUE(p.openSession(-1, true, log) && p.login(0, kSoPin, log)) << log.text();
-    EXPECT_TRUE(p.alreadyLoggedIn(0, log));
-    EXPECT_FALSE(p.alreadyLoggedIn(1, log));
+    EXPECT_TRUE(p.alreadyLoggedIn(0, log) && !p.alreadyLoggedIn(1, log));
 
     for (const char* pin : {kWrongPin, kPin, kSoPin})
         EXPECT_EQ(log.text().find(pin), std::string::npos) << log.text();
@@ -207,31 +199,29 @@ TEST_F(Pkcs11Test, FindsTheKeyOfEachCertificate) {
         SCOPED_TRACE(std::string(c.cert) + (c.mustSign ? " to sign" : ""));
         LogTree log;
         log.verboseLogging = 1;
-        const Bytes der = certDer(c.cert);
         int keyType = -1, sigSize = -1;
-        const unsigned long h = p.findPrivKeyHandleForCert(
-            der.data(), static_cast<unsigned>(der.size()), c.mustSign, keyType, sigSize, log);
+        const unsigned long h = findKey(p, c.cert, c.mustSign, keyType, sigSize, log);
         EXPECT_EQ(h != 0, c.keyType != 0);
         EXPECT_EQ(keyType, c.keyType);
         EXPECT_EQ(sigSize, c.sigSize);
         EXPECT_TRUE(log.hasInfo(c.info)) << log.text();
         if (!h) continue;
 
+        // PKCS#1 v1.5 signatures are deterministic: openssl, with the certificate's
+        // private key, must produce the same bytes. sign replaces what sig held.
         DataBuffer sig;
+        std::string expected;
         ASSERT_TRUE(sig.append("old", 3));
         const bool ok = p.sign(h, c.keyType == 1 ? CKM_SHA256_RSA_PKCS : CKM_ECDSA,
                                reinterpret_cast<const unsigned char*>(data.data()),
                                static_cast<unsigned>(data.size()), sig, log);
         EXPECT_EQ(ok, c.keyType == 1) << log.text();
         EXPECT_EQ(log.hasError("C_SignInit failed."), !ok);
-        // PKCS#1 v1.5 signatures are deterministic: openssl, with the certificate's
-        // private key, must produce the same bytes.
-        std::string expected;
         if (ok)
             ovtest::run("printf %s " + shq(data) + " | openssl dgst -sha256 -sign " +
                             shq(ovtest::dataPath("pkcs11/" + std::string(c.cert) + ".key.der")),
                         &expected);
-        EXPECT_EQ(std::string(sig.getData2(), sig.getData2() + sig.getSize()), expected);
+        EXPECT_EQ(ovtest::bytes(sig), expected);
     }
 }
 
@@ -240,8 +230,8 @@ TEST_F(Pkcs11Test, FindsTheKeyOfEachCertificate) {
 // initialised is used but left for that code to finalise.
 TEST_F(Pkcs11Test, ModuleInitialisationIsShared) {
     void* lib = dlopen(kModule, RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(lib, nullptr);
-    auto getList = reinterpret_cast<CK_C_GetFunctionList>(dlsym(lib, "C_GetFunctionList"));
+    auto getList =
+        reinterpret_cast<CK_C_GetFunctionList>(lib ? dlsym(lib, "C_GetFunctionList") : nullptr);
     CK_FUNCTION_LIST* raw = nullptr;
     ASSERT_TRUE(getList && getList(&raw) == CKR_OK);
     LogTree log;
@@ -264,17 +254,14 @@ TEST_F(Pkcs11Test, ModuleInitialisationIsShared) {
 TEST_F(Pkcs11Test, ConcurrentLookupsOnOneObject) {
     ClsPkcs11 p;
     open(p, true);
-    const Bytes der = certDer("rsa_key");
     std::atomic<int> found{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t)
         threads.emplace_back([&] {
-            for (int i = 0; i < 25; ++i) {
-                LogNull log;
-                int keyType = 0, sigSize = 0;
-                found += p.findPrivKeyHandleForCert(der.data(), static_cast<unsigned>(der.size()),
-                                                    true, keyType, sigSize, log) != 0;
-            }
+            LogNull log;
+            int keyType = 0, sigSize = 0;
+            for (int i = 0; i < 25; ++i)
+                found += findKey(p, "rsa_key", true, keyType, sigSize, log) != 0;
         });
     for (std::thread& th : threads) th.join();
     EXPECT_EQ(found.load(), 100);

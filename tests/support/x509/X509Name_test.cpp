@@ -20,12 +20,9 @@ TEST(X509Name, AttributeTableOidsMatchTheirDottedText) {
         EXPECT_TRUE(DerInput(types[i].oid, types[i].oidLen).equals(buf, len));
         EXPECT_EQ(&types[i], X509Name::typeByOid(DerInput(buf, len)));
         EXPECT_EQ(&types[i], X509Name::typeByName(types[i].tag));
+        // Lookups take the first match, ignoring case: a name that another type
+        // already uses would land on that type.
         EXPECT_EQ(&types[i], X509Name::typeByName(types[i].longName));
-        // Every name is unique, so a lookup never lands on another type.
-        for (size_t j = 0; j < i; ++j) {
-            EXPECT_STRCASENE(types[i].tag, types[j].tag);
-            EXPECT_STRCASENE(types[i].longName, types[j].longName);
-        }
     }
 }
 
@@ -108,8 +105,7 @@ TEST(X509Name, MalformedNamesFail) {
         SCOPED_TRACE(c.name);
         StringBuffer text, json, value;
         EXPECT_FALSE(X509Name::appendDnText(in(c.dn), true, 0, false, text));
-        EXPECT_FALSE(X509Name::appendDnJson(in(c.dn), json));
-        EXPECT_EQ(0u, json.getSize());
+        EXPECT_TRUE(!X509Name::appendDnJson(in(c.dn), json) && json.getSize() == 0);
         EXPECT_FALSE(X509Name::findValue(in(c.dn), in({0x55, 0x04, 0x03}), value));
     }
 }

@@ -16,35 +16,41 @@ std::string compact(const ClsJsonObject& j) {
     return sb.getString();
 }
 
-std::string valueAt(const ClsJsonObject& j, const char* path) {
-    StringBuffer sb;
-    return j.stringOf(path, sb) ? sb.getString() : "-";
-}
-
-TEST(ClsJsonObject, UpdatesBuildTheTreeTheyDescribe) {
-    struct Case {
-        const char* start;
-        std::vector<const char*> pathsAndValues;
-        const char* want;
-    } cases[] = {
-        {"{}",
-         {"req[0].cert.alg", "sha1", "req[0].cert.serial", "01", "ext.n", "BB"},
-         R"({"req":[{"cert":{"alg":"sha1","serial":"01"}}],"ext":{"n":"BB"}})"},
-        {"{}",
-         {"a[0]", "x", "a[1]", "y", "a[2].b", "z", "m[0][0]", "p"},
-         R"({"a":["x","y",{"b":"z"}],"m":[["p"]]})"},
-        {"{}", {"z", "1", "a", "2", "z", "3"}, R"({"z":"3","a":"2"})"},
-        {R"({"o":{"p":{"q":1}},"n":null,"b":[null]})",
-         {"o.p", "flat", "n.x", "1", "b[0][0]", "2"},
-         R"({"o":{"p":"flat"},"n":{"x":"1"},"b":[["2"]]})"},
-    };
-    for (const auto& c : cases) {
-        ClsJsonObject j;
-        LogTree log;
-        ASSERT_TRUE(j.load(c.start, log));
-        for (size_t i = 0; i + 1 < c.pathsAndValues.size(); i += 2)
-            j.updateString(c.pathsAndValues[i], c.pathsAndValues[i + 1], log);
-        EXPECT_EQ(compact(j) + ovtest::errors(log), c.want);
+// Updates make the containers their paths name and replace what is in the way
+// (a member keeps its place); the readers then see each kind and size.
+TEST(ClsJsonObject, PathsBuildAndReadTheTree) {
+    ClsJsonObject j;
+    LogTree log;
+    ASSERT_TRUE(j.load(R"({"z":"1","o":{"p":{"q":1}},"n":null,"b":[null]})", log));
+    const char* updates[][2] = {{"r[0].c.alg", "sha1"}, {"r[0].c.sn", "01"}, {"a[0]", "x"},
+                                {"a[1].b", "y"},        {"m[0][0]", "p"},    {"z", "3"},
+                                {"o.p", "flat"},        {"n.x", "1"},        {"b[0][0]", "2"}};
+    for (const auto& u : updates) EXPECT_TRUE(j.updateString(u[0], u[1], log)) << u[0];
+    ASSERT_TRUE(j.updateInt("i", -1234567890123LL, log) && j.updateBool("t", true, log) &&
+                j.updateNull("u", log) && j.updateNewObject("e", log) &&
+                j.updateNewArray("o.y", log));
+    EXPECT_EQ(compact(j), R"({"z":"3","o":{"p":"flat","y":[]},"n":{"x":"1"},"b":[["2"]],)"
+                          R"("r":[{"c":{"alg":"sha1","sn":"01"}}],"a":["x",{"b":"y"}],)"
+                          R"("m":[["p"]],"i":-1234567890123,"t":true,"u":null,"e":{}})");
+    struct Read {
+        const char *path, *want;  // stringOf, kind (string, object, other), array and object sizes
+    } reads[] = {{"z", "3 s -1 -1"},      {"i", "-1234567890123 v -1 -1"},
+                 {"t", "true v -1 -1"},   {"u", "- v -1 -1"},
+                 {"o", "- o -1 2"},       {"o.y", "- v 0 -1"},
+                 {"a", "- v 2 -1"},       {"b[0][0]", "2 s -1 -1"},
+                 {"e", "- o -1 0"},       {"a[2]", "- none -1 -1"},
+                 {"z.x", "- none -1 -1"}, {"", "- none -1 11"}};
+    for (const auto& r : reads) {
+        const char* kind = !j.hasMember(r.path)   ? "none"
+                           : j.isStringAt(r.path) ? "s"
+                           : j.isObjectAt(r.path) ? "o"
+                                                  : "v";
+        StringBuffer value;
+        EXPECT_EQ((j.stringOf(r.path, value) ? value.getString() : "-") + std::string(" ") + kind +
+                      " " + std::to_string(j.sizeOfArray(r.path)) + " " +
+                      std::to_string(j.sizeOfObject(r.path)),
+                  r.want)
+            << r.path;
     }
 }
 
@@ -52,120 +58,59 @@ TEST(ClsJsonObject, UpdatesBuildTheTreeTheyDescribe) {
 // the tree as it was.
 TEST(ClsJsonObject, FailuresLogALineAndChangeNothing) {
     const char* start = R"({"s":"text","arr":[1],"obj":{"k":1},"n":null})";
-    const char* syntax = "Invalid JSON path.";
-    const char* notObject = "The JSON path runs through a value that is not an object.";
-    const char* notArray = "The JSON path runs through a value that is not an array.";
-    const char* gap = "The JSON array index is beyond the end of the array.";
-    const char* badText = "Failed to parse the JSON text.";
     struct Case {
-        const char *path, *error;  // a path starting with '=' is text to load instead
+        const char* error;
+        std::vector<const char*> paths;  // a path starting with '=' is text to load instead
     } cases[] = {
-        {nullptr, syntax},
-        {"", syntax},
-        {"a..b", syntax},
-        {"a.", syntax},
-        {"[0]", syntax},
-        {"a[]", syntax},
-        {"a[-1]", syntax},
-        {"a[1", syntax},
-        {"arr[0]b", syntax},
-        {"arr[99999999999999999999]", syntax},
-        {"s.x", notObject},
-        {"arr.x", notObject},
-        {"s[0]", notArray},
-        {"obj[0]", notArray},
-        {"arr[2]", gap},
-        {"fresh[0].x[3]", gap},
-        {"n[1]", gap},
-        {R"(={"a":)", badText},
-        {R"(={"a":1} x)", badText},
-        {"={\"a\":\"\xFF\"}", badText},
-        {"=[1,2]", "The JSON text is not an object."},
+        {"Invalid JSON path.",
+         {nullptr, "", "a..b", "[0]", "a[-1]", "a[1", "arr[0]b", "arr[99999999999999999999]"}},
+        {"The JSON path runs through a value that is not an object.", {"s.x"}},
+        {"The JSON path runs through a value that is not an array.", {"s[0]", "obj[0]"}},
+        {"The JSON array index is beyond the end of the array.",
+         {"arr[2]", "fresh[0].x[3]", "n[1]"}},
+        {"Failed to parse the JSON text.", {R"(={"a":)", R"(={"a":1} x)", "={\"a\":\"\xFF\"}"}},
+        {"The JSON text is not an object.", {"=[1,2]"}},
     };
     for (const auto& c : cases) {
-        ClsJsonObject j;
-        LogTree log;
-        ASSERT_TRUE(j.load(start, log));
-        const bool load = c.path && *c.path == '=';
-        EXPECT_FALSE(load ? j.load(c.path + 1, log) : j.updateString(c.path, "v", log));
-        std::string logged = load ? "" : "-";
-        log.findData("path", logged);
-        EXPECT_EQ(ovtest::errors(log) + " " + logged + " " + compact(j),
-                  std::string(c.error) + " " + (c.path && !load ? c.path : "") + " " + start);
+        for (const char* path : c.paths) {
+            ClsJsonObject j;
+            LogTree log;
+            ASSERT_TRUE(j.load(start, log));
+            const bool load = path && *path == '=';
+            EXPECT_FALSE(load ? j.load(path + 1, log) : j.updateString(path, "v", log));
+            std::string logged = load ? "" : "-";
+            log.findData("path", logged);
+            EXPECT_EQ(ovtest::errors(log) + " " + logged + " " + compact(j),
+                      std::string(c.error) + " " + (path && !load ? path : "") + " " + start);
+        }
     }
-    ClsJsonObject j;
     LogTree log;
-    EXPECT_FALSE(j.load(nullptr, log));
+    EXPECT_FALSE(ClsJsonObject().load(nullptr, log));
     EXPECT_EQ(ovtest::errors(log), "No JSON text given.");
 }
 
-TEST(ClsJsonObject, TextIsEscapedAndRoundTrips) {
-    const char* values[] = {"a\"b\\c/", "l1\r\n\t\x01", "caf\xC3\xA9 \xF0\x9F\x98\x80"};
-    const char* names[] = {"a", "b", "c"};
-    ClsJsonObject j, back;
+// Invalid UTF-8 must not break emission.
+TEST(ClsJsonObject, TextIsEscaped) {
+    ClsJsonObject j;
     LogTree log;
-    for (int i = 0; i < 3; ++i) ASSERT_TRUE(j.updateString(names[i], values[i], log));
-    ASSERT_TRUE(back.load(compact(j).c_str(), log));
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(valueAt(back, names[i]), values[i]);
-    ASSERT_TRUE(j.updateString("q\"n", "bad\xFFz", log));  // invalid UTF-8 must not break emission
+    ASSERT_TRUE(j.updateString("a", "a\"b\\c/", log) && j.updateString("b", "l1\r\n\t\x01", log) &&
+                j.updateString("c", "caf\xC3\xA9 \xF0\x9F\x98\x80", log) &&
+                j.updateString("q\"n", "bad\xFFz", log));
     EXPECT_EQ(compact(j), R"({"a":"a\"b\\c/","b":"l1\r\n\t\u0001","c":"caf)"
                           "\xC3\xA9 \xF0\x9F\x98\x80"
                           R"(","q\"n":"bad)"
                           "\xEF\xBF\xBD"
                           R"(z"})");
-    ASSERT_TRUE(j.load(R"({"u":"\u00e9\ud83d\ude00"})", log));
-    EXPECT_EQ(valueAt(j, "u"), "\xC3\xA9\xF0\x9F\x98\x80");
-}
-
-TEST(ClsJsonObject, ReadersSeeKindsAndSizes) {
-    ClsJsonObject j;
-    LogTree log;
-    ASSERT_TRUE(
-        j.load(R"({"s":"t","i":-42,"b":true,"z":null,"o":{"x":1,"y":2},"a":[1,[2,3]]})", log));
-    struct Case {
-        const char *path, *want;  // stringOf, hasMember, sizeOfArray, sizeOfObject
-    } cases[] = {
-        {"s", "t 1 -1 -1"},   {"i", "-42 1 -1 -1"}, {"b", "true 1 -1 -1"},    {"z", "- 1 -1 -1"},
-        {"o", "- 1 -1 2"},    {"a[1]", "- 1 2 -1"}, {"a[1][1]", "3 1 -1 -1"}, {"a[2]", "- 0 -1 -1"},
-        {"s.x", "- 0 -1 -1"}, {"", "- 0 -1 6"},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(valueAt(j, c.path) + " " + std::to_string(j.hasMember(c.path)) + " " +
-                      std::to_string(j.sizeOfArray(c.path)) + " " +
-                      std::to_string(j.sizeOfObject(c.path)),
-                  c.want)
-            << c.path;
-    }
-    StringBuffer name("pre:");
-    EXPECT_TRUE(j.memberNameAt("o", 1, name) && j.memberNameAt("", 4, name));
-    EXPECT_FALSE(j.memberNameAt("o", 2, name) || j.memberNameAt("a", 0, name));
-    EXPECT_STREQ(name.getString(), "pre:yo");
-    ASSERT_TRUE(j.updateInt("o", 1234567890123LL, log) && j.updateBool("a", false, log) &&
-                j.updateNewArray("s", log) && j.updateNewObject("i", log) &&
-                j.updateNull("b", log));
-    EXPECT_EQ(compact(j), R"({"s":[],"i":{},"b":null,"z":null,"o":1234567890123,"a":false})");
-    StringBuffer pretty;
-    ASSERT_TRUE(j.emit(pretty, false));
-    EXPECT_TRUE(pretty.containsSubstring("{\n  \"s\": [],\n  \"i\": {},\n")) << pretty.getString();
-    j.clear();
-    EXPECT_EQ(j.get_Size(), 0);
 }
 
 TEST(ClsJsonObject, CloneIsDeepAndCarriesOneReference) {
     ClsJsonObject* orig = ClsJsonObject::createNewCls();
-    ASSERT_NE(orig, nullptr);
-    EXPECT_EQ(orig->getRefCount(), 0);
     LogTree log;
-    ASSERT_TRUE(orig->updateString("r[0].c.h", "sha1", log));
+    ASSERT_TRUE(orig && orig->getRefCount() == 0 && orig->updateString("r[0].h", "sha1", log));
     ClsJsonObject* copy = orig->Clone();
-    ASSERT_NE(copy, nullptr);
-    EXPECT_EQ(copy->getRefCount(), 1);
-    ASSERT_TRUE(copy->updateString("r[0].c.h", "sha256", log) &&
-                orig->updateString("r[0].c.x", "y", log));
-    EXPECT_EQ(compact(*orig) + compact(*copy),
-              R"({"r":[{"c":{"h":"sha1","x":"y"}}]}{"r":[{"c":{"h":"sha256"}}]})");
-    EXPECT_TRUE(copy->decRefCount());  // the clone's only reference: deleted
-    EXPECT_TRUE(orig->decRefCount());  // an uncounted object goes at its first release
+    ASSERT_TRUE(copy && copy->getRefCount() == 1 && copy->updateString("r[0].h", "sha256", log));
+    EXPECT_EQ(compact(*orig) + compact(*copy), R"({"r":[{"h":"sha1"}]}{"r":[{"h":"sha256"}]})");
+    EXPECT_TRUE(copy->decRefCount() && orig->decRefCount());  // both deleted at their release
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// OCSP requests from our encoder, compared with openssl's own, read back by
-// openssl, and answered by a real responder (openssl ocsp on a local port).
+// OCSP requests from our encoder, compared with openssl's own and answered by
+// a real responder (openssl ocsp on a local port).
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -19,22 +19,14 @@
 
 namespace {
 
-using ovtest::bytes;
-
-std::string hexOf(const std::string& s) {
-    StringBuffer sb;
-    ContentCoding::encodeHex(s.data(), static_cast<unsigned>(s.size()), sb, false);
-    return sb.getString();
-}
-
 std::string base64Of(const std::string& s) {
     StringBuffer sb;
     ContentCoding::encodeBase64_noCrLf(s.data(), static_cast<unsigned>(s.size()), sb);
     return sb.getString();
 }
 
-// The hex of the DER request for the description; or its error lines and
-// "reason", with the output checked to be untouched.
+// The DER request for the description; or its error lines and "reason", with
+// the output checked to be untouched.
 std::string encode(const std::string& json) {
     ClsJsonObject j;
     DataBuffer out;
@@ -42,9 +34,9 @@ std::string encode(const std::string& json) {
     out.append("keep", 4);
     EXPECT_TRUE(j.load(json.c_str(), log)) << json;
     std::string reason = "-";
-    if (OcspRequestEncoder::encode(j, out, log)) return hexOf(bytes(out).substr(4));
+    if (OcspRequestEncoder::encode(j, out, log)) return ovtest::bytes(out).substr(4);
     log.findData("reason", reason);
-    return ovtest::errors(log) + " / " + reason + (bytes(out) == "keep" ? "" : " (out changed)");
+    return ovtest::errors(log) + " / " + reason + (out.getSize() == 4 ? "" : " (out changed)");
 }
 
 // An EC root made with the openssl command line and two leaves it issued, one
@@ -53,17 +45,12 @@ std::string encode(const std::string& json) {
 class OcspTest : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
-        const std::string ec = " -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes";
-        std::string cmd = "openssl req -x509" + ec + " -keyout ca.key -out ca.pem -subj /CN=Root" +
-                          " -addext basicConstraints=critical,CA:true";
-        for (const char* leaf : {"good 0xC0FFEE", "revoked 0x1002"}) {
-            const std::string name(leaf, strchr(leaf, ' '));
-            cmd += " && openssl req" + ec + " -keyout k.key -out " + name +
-                   ".csr -subj /CN=" + name +
-                   " && openssl x509 -req -CA ca.pem -CAkey ca.key -set_serial " +
-                   (strchr(leaf, ' ') + 1) + " -in " + name + ".csr -out " + name + ".pem";
-        }
-        s_made = sh(cmd) &&
+        s_made = sh("ec='-newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes' && openssl req -x509 "
+                    "$ec -keyout ca.key -out ca.pem -subj /CN=Root -addext "
+                    "basicConstraints=critical,CA:true && for l in good:0xC0FFEE revoked:0x1002; "
+                    "do openssl req $ec -keyout k.key -out k.csr -subj /CN=${l%:*} && openssl x509 "
+                    "-req -CA ca.pem -CAkey ca.key -in k.csr -out ${l%:*}.pem -set_serial ${l#*:} "
+                    "|| exit 1; done") &&
                  ovtest::writeFile(s_dir.file("index.txt"),
                                    "V\t351231235959Z\t\tC0FFEE\tunknown\t/CN=good\n"
                                    "R\t351231235959Z\t240101000000Z\t1002\tunknown\t/CN=revoked\n");
@@ -73,97 +60,79 @@ class OcspTest : public ::testing::Test {
     static bool sh(const std::string& cmd, std::string* out = nullptr) {
         return ovtest::run("cd " + ovtest::shq(s_dir.path()) + " && " + cmd + " 2>&1", out) == 0;
     }
-    // openssl's own request for the leaves, without a nonce.
-    static std::string reference(const std::string& alg, const std::string& leaves) {
-        std::string certs;
-        for (std::string leaf : {"good", "revoked"})
-            if (leaves.find(leaf) != std::string::npos) certs += " -cert " + leaf + ".pem";
-        EXPECT_TRUE(
-            sh("openssl ocsp -issuer ca.pem -" + alg + certs + " -no_nonce -reqout ref.der"));
+    // openssl's own request for both leaves (good last), without a nonce.
+    static std::string reference(const std::string& alg) {
+        EXPECT_TRUE(sh("openssl ocsp -issuer ca.pem -" + alg +
+                       " -cert revoked.pem -cert good.pem -no_nonce -reqout ref.der"));
         return ovtest::readFile(s_dir.file("ref.der"));
     }
     // Our description of the same request. The issuer hashes are cut from the
-    // end of openssl's request for the good leaf, where its CertID ends with
-    // OCTET STRING nameHash, OCTET STRING keyHash, INTEGER 00C0FFEE.
-    static std::string describe(const std::string& alg, const std::string& leaves,
-                                const std::string& tail = "") {
-        const std::string ref = reference(alg, "good");
-        const size_t n = alg == "sha1" ? 20 : std::stoul(alg.substr(3)) / 8;
-        const std::string key = ref.substr(ref.size() - 6 - n, n);
-        const std::string name = ref.substr(ref.size() - 8 - 2 * n, n);
-        std::string json = R"({"request":[)";
-        for (const char* leaf : {"good", "revoked"}) {
-            if (leaves.find(leaf) == std::string::npos) continue;
-            json += std::string(json.back() == '[' ? "" : ",") + R"({"cert":{"hashAlg":")" + alg +
-                    R"(","issuerNameHash":")" + base64Of(name) + R"(","issuerKeyHash":")" +
-                    base64Of(key) + R"(","serialNumber":")" + (*leaf == 'g' ? "00C0FFEE" : "1002") +
-                    "\"}}";
-        }
-        return json + "]" + tail + "}";
+    // end of openssl's, which is OCTET STRING nameHash, OCTET STRING keyHash,
+    // INTEGER 00C0FFEE.
+    static std::string describe(const std::string& alg, const std::string& tail = "") {
+        const std::string ref = reference(alg);
+        const size_t n = alg == "sha1" ? 20 : 32;
+        const std::string cert =
+            R"({"cert":{"hashAlg":")" + alg + R"(","issuerNameHash":")" +
+            base64Of(ref.substr(ref.size() - 8 - 2 * n, n)) + R"(","issuerKeyHash":")" +
+            base64Of(ref.substr(ref.size() - 6 - n, n)) + R"(","serialNumber":")";
+        return R"({"request":[)" + cert + R"(1002"}},)" + cert + R"(00C0FFEE"}}])" + tail + "}";
     }
 
     static inline ovtest::TempDir s_dir;
     static inline bool s_made = false;
 };
 
+// Hash names and serials as people write them, and members the encoder does not
+// know, make the same request.
 TEST_F(OcspTest, SameBytesAsOpenssl) {
-    for (const char* alg : {"sha1", "sha256", "sha384", "sha512"}) {
-        const std::string leaves = strcmp(alg, "sha512") ? "good" : "good revoked";
-        EXPECT_EQ(encode(describe(alg, leaves)), hexOf(reference(alg, leaves))) << alg;
+    for (const char* alg : {"sha1", "sha256"}) {
+        std::string json = describe(alg);
+        EXPECT_EQ(encode(json), reference(alg)) << alg;
+        for (const char* edit : {"sha|SHA", "00C0FFEE|00:c0:ff:ee", "}}]}|,\"x\":1}}],\"y\":{}}"}) {
+            const std::string from(edit, strchr(edit, '|'));
+            json.replace(json.find(from), from.size(), strchr(edit, '|') + 1);
+        }
+        EXPECT_EQ(encode(json), reference(alg)) << json;
     }
 }
 
-// The request as the certificate code sends it: with a nonce, posted by our
-// client. openssl reads it, the responder answers it, and openssl checks the
-// answer against the certificate and the CA.
-TEST_F(OcspTest, RealResponderAnswersOurRequests) {
+// The request as the certificate code sends it, with a nonce, posted by our
+// client to a real responder; openssl checks the answer against the leaves and
+// the CA.
+TEST_F(OcspTest, RealResponderAnswersOurRequest) {
     ovtest::PeerProcess responder;
-    std::string line;
+    std::string line, answer;  // "ACCEPT [::]:PORT PID=..."
     ASSERT_TRUE(responder.start(s_dir.path(),
                                 "openssl ocsp -port 0 -index index.txt -CA ca.pem -rsigner ca.pem "
-                                "-rkey ca.key -ignore_err 2>responder.log") &&
-                responder.readLine(line, 15000) && line.rfind("ACCEPT", 0) == 0)
-        << line << ovtest::readFile(s_dir.file("responder.log"));
-    // "ACCEPT [::]:PORT PID=..."
-    XString url(
-        ("http://127.0.0.1:" + std::to_string(std::stoi(line.substr(line.rfind(':') + 1))) + "/")
-            .c_str());
-    XString type("application/ocsp-request");
-    const std::string nonce = "OCSP Nonce: \n            0410000102030405060708090A0B0C0D0E0F";
-    for (std::string leaf : {"good", "revoked"}) {
-        const std::string alg = leaf == "good" ? "sha1" : "sha256";
-        ClsJsonObject spec;
-        ClsHttp http;
-        HttpResult result;
-        DataBuffer request, response;
-        LogTree log;
-        ASSERT_TRUE(spec.load(
-            describe(alg, leaf, R"(,"extensions":{"ocspNonce":"BBAAAQIDBAUGBwgJCgsMDQ4P"})")
-                .c_str(),
-            log));
-        ASSERT_TRUE(http.createOcspRequest(spec, request, log) &&
-                    ovtest::writeFile(s_dir.file("req.der"), bytes(request)));
-        std::string text, answer;
-        EXPECT_TRUE(sh("openssl ocsp -reqin req.der -req_text", &text));
-        for (std::string want :
-             {"Hash Algorithm: " + alg,
-              "Serial Number: " + std::string(leaf == "good" ? "C0FFEE" : "1002"), nonce})
-            EXPECT_NE(text.find(want), std::string::npos) << want << "\n" << text;
-
-        ASSERT_TRUE(http.binaryRequest("POST", url, nullptr, request, type, false, false, result,
-                                       response, nullptr, log))
-            << log.text();
-        StringBuffer responseType;
-        EXPECT_TRUE(result.getHeaderField("Content-Type", responseType) &&
-                    responseType.equals("application/ocsp-response"));
-        ASSERT_TRUE(ovtest::writeFile(s_dir.file("resp.der"), bytes(response)));
-        // -no_nonce: openssl would otherwise compare with a nonce of its own.
-        sh("openssl ocsp -issuer ca.pem -" + alg + " -cert " + leaf +
-               ".pem -respin resp.der -no_nonce -CAfile ca.pem -resp_text",
-           &answer);
-        for (std::string want : {leaf + ".pem: " + leaf, std::string("Response verify OK"), nonce})
-            EXPECT_NE(answer.find(want), std::string::npos) << want << "\n" << answer;
-    }
+                                "-rkey ca.key -ignore_err 2>&1",
+                                line) &&
+                line.rfind("ACCEPT", 0) == 0)
+        << line;
+    XString url(("http://127.0.0.1:" + std::to_string(std::stoi(line.substr(line.rfind(':') + 1))))
+                    .c_str()),
+        type("application/ocsp-request");
+    ClsJsonObject spec;
+    ClsHttp http;
+    HttpResult result;
+    DataBuffer request, response;
+    LogTree log;
+    ASSERT_TRUE(
+        spec.load(
+            describe("sha256", R"(,"extensions":{"ocspNonce":"BBAAAQIDBAUGBwgJCgsMDQ4P"})").c_str(),
+            log) &&
+        http.createOcspRequest(spec, request, log) &&
+        http.binaryRequest("POST", url, nullptr, request, type, false, false, result, response,
+                           nullptr, log) &&
+        ovtest::writeFile(s_dir.file("resp.der"), ovtest::bytes(response)))
+        << log.text();
+    // -no_nonce: openssl would otherwise compare with a nonce of its own.
+    sh("openssl ocsp -issuer ca.pem -sha256 -cert revoked.pem -cert good.pem -respin resp.der "
+       "-no_nonce -CAfile ca.pem -resp_text",
+       &answer);
+    for (const char* want : {"revoked.pem: revoked", "good.pem: good", "Response verify OK",
+                             "OCSP Nonce: \n            0410000102030405060708090A0B0C0D0E0F"})
+        EXPECT_NE(answer.find(want), std::string::npos) << want << "\n" << answer;
 }
 
 // Descriptions made from a good one by replacing a piece of its text.
@@ -182,23 +151,21 @@ std::string withNonce(const std::string& b64) {
     return edited("]}", R"(],"extensions":{"ocspNonce":")" + b64 + "\"}}");
 }
 
+// Each bad description names the member and the reason. A want of "ok": the
+// request is made (a DER SEQUENCE).
 TEST(OcspRequestEncoder, BadDescriptionsNameTheMember) {
     const std::string missing = "Missing member in the OCSP request description: ";
     const std::string bad = "Bad value in the OCSP request description: ";
     const std::string c0 = bad + "request[0].cert", nonce = bad + "extensions.ocspNonce / ";
-    const std::string notArray = bad + "request / must be a non-empty array";
     const std::string notOne = nonce + "not one DER OCTET STRING";
     const std::string length = nonce + "nonce length outside 1 to 32 octets";
     struct Case {
         std::string json, want;
     } cases[] = {
         {R"({"extensions":{}})", missing + "request / -"},
-        {R"({"request":{"cert":{}}})", notArray},
-        {R"({"request":[]})", notArray},
+        {R"({"request":[]})", bad + "request / must be a non-empty array"},
         {R"({"request":[{"cert":"x"}]})", c0 + " / must be an object"},
-        {edited(R"(,"serialNumber":"00C0FFEE")", ""), missing + "request[0].cert.serialNumber / -"},
         {edited("sha1", "md5"), c0 + ".hashAlg / unsupported hash algorithm"},
-        {edited("\"sha1\"", "1"), c0 + ".hashAlg / must be a string"},
         {edited("AAECAwQFBgcICQoLDA0ODxAREhM=", "!!!!"), c0 + ".issuerNameHash / not base64"},
         {edited("sha1", "sha256"),
          c0 + ".issuerNameHash / digest length does not match the hash algorithm"},
@@ -210,26 +177,17 @@ TEST(OcspRequestEncoder, BadDescriptionsNameTheMember) {
         {edited("]}", R"(],"extensions":"x"})"), bad + "extensions / must be an object"},
         {edited("]}", R"(],"extensions":{"crlId":"x"}})"),
          bad + "extensions.crlId / unsupported extension"},
-        {withNonce("%%"), nonce + "not base64"},
-        {withNonce("AgEF"), notOne},                          // an INTEGER
-        {withNonce("BAIBAgA="), notOne},                      // a byte after it
-        {withNonce("BIEQAAAAAAAAAAAAAAAAAAAAAA=="), notOne},  // a padded length
+        {withNonce("AgEF"), notOne},      // an INTEGER
+        {withNonce("BAIBAgA="), notOne},  // a byte after it
         {withNonce("BAA="), length},
+        {withNonce("BAFV"), "ok"},
+        {withNonce("BCAAAQIDBAUGBwgJCgsMDQ4PEBESExQVFhcYGRobHB0eHw=="), "ok"},
         {withNonce("BCEAAQIDBAUGBwgJCgsMDQ4PEBESExQVFhcYGRobHB0eHyA="), length},
     };
-    for (const auto& c : cases) EXPECT_EQ(encode(c.json), c.want) << c.json;
-}
-
-TEST(OcspRequestEncoder, SpellingsAndNonceLengths) {
-    const std::string nonceOid = "06092B0601050507300102";  // id-pkix-ocsp-nonce
-    const std::string same = encode(kGood);
-    EXPECT_EQ(encode(edited("sha1", "SHA1")), same);
-    EXPECT_EQ(encode(edited("00C0FFEE", "00:c0:ff:ee")), same);
-    EXPECT_EQ(encode(edited("}}]}", R"(,"x":1}}],"note":1,"extensions":{}})")), same);
-    EXPECT_NE(encode(withNonce("BAFV")).find(nonceOid + "0403040155"), std::string::npos);
-    EXPECT_NE(encode(withNonce("BCAAAQIDBAUGBwgJCgsMDQ4PEBESExQVFhcYGRobHB0eHw=="))
-                  .find(nonceOid + "0422042000"),
-              std::string::npos);
+    for (const auto& c : cases) {
+        const std::string got = encode(c.json);
+        EXPECT_EQ(got[0] == '\x30' ? "ok" : got, c.want) << c.json;
+    }
 }
 
 }  // namespace

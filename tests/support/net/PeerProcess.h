@@ -22,12 +22,13 @@ class PeerProcess {
         if (m_pid > 0) kill(m_pid, SIGTERM);  // then m_out's pclose reaps it
     }
 
-    // Runs the command line in dir; the shell reports its process id and then
-    // becomes the program. False when that does not happen.
-    bool start(const std::string& dir, const std::string& command) {
+    // Runs the command line in dir (the shell reports its process id and then
+    // becomes the program) and reads the program's first line of output. False
+    // when that does not happen within 15 s.
+    bool start(const std::string& dir, const std::string& command, std::string& firstLine) {
         m_out.reset(popen(("cd " + shq(dir) + " && echo $$ && exec " + command).c_str(), "r"));
-        std::string pid;
-        return m_out && readLine(pid, 5000) && (m_pid = atoi(pid.c_str())) > 0;
+        return m_out && readLine(firstLine, 5000) && (m_pid = atoi(firstLine.c_str())) > 0 &&
+               readLine(firstLine, 15000);
     }
 
     // The next line of the program's output, without its line end. False at

@@ -341,6 +341,6 @@ bool ClsHttp::binaryRequest(const char* verb, XString& url, const char* extraHea
     return perform(req, log);
 }
 
-bool ClsHttp::createOcspRequest(ClsJsonObject& spec, DataBuffer& out, LogBase& log) {
-    return OcspRequestEncoder::encode(spec, out, log);
+bool ClsHttp::createOcspRequest(ClsJsonObject& desc, DataBuffer& out, LogBase& log) {
+    return OcspRequestEncoder::encode(desc, out, log);
 }

@@ -100,7 +100,7 @@ class ClsHttp : public RefCountedObject {
     // Appends the DER OCSPRequest that the JSON description asks for (see
     // OcspRequestEncoder.h for its members). False, with a line naming the
     // offending member, when a member is missing or holds a bad value.
-    bool createOcspRequest(ClsJsonObject& spec, DataBuffer& out, LogBase& log);
+    bool createOcspRequest(ClsJsonObject& desc, DataBuffer& out, LogBase& log);
 
   private:
     struct Request;

@@ -66,19 +66,19 @@ bool outOfMemory(LogBase& log) {
     return false;
 }
 
-bool requireString(const ClsJsonObject& spec, const std::string& path, StringBuffer& value,
+bool requireString(const ClsJsonObject& desc, const std::string& path, StringBuffer& value,
                    LogBase& log) {
-    if (!spec.hasMember(path.c_str())) return missing(log, path);
-    if (!spec.isStringAt(path.c_str()) || !spec.stringOf(path.c_str(), value)) {
+    if (!desc.hasMember(path.c_str())) return missing(log, path);
+    if (!desc.isStringAt(path.c_str()) || !desc.stringOf(path.c_str(), value)) {
         return bad(log, path, "must be a string");
     }
     return true;
 }
 
-bool base64Member(const ClsJsonObject& spec, const std::string& path, DataBuffer& bytes,
+bool base64Member(const ClsJsonObject& desc, const std::string& path, DataBuffer& bytes,
                   LogBase& log) {
     StringBuffer text;
-    if (!requireString(spec, path, text, log)) return false;
+    if (!requireString(desc, path, text, log)) return false;
     if (!ContentCoding::decodeBase64ToDb(text.getString(), text.getSize(), bytes)) {
         return bad(log, path, "not base64");
     }
@@ -90,11 +90,11 @@ bool base64Member(const ClsJsonObject& spec, const std::string& path, DataBuffer
 //       issuerNameHash  OCTET STRING, -- Hash of issuer's DN
 //       issuerKeyHash   OCTET STRING, -- Hash of issuer's public key
 //       serialNumber    CertificateSerialNumber }
-bool appendCertId(const ClsJsonObject& spec, const std::string& cert, DataBuffer& out,
+bool appendCertId(const ClsJsonObject& desc, const std::string& cert, DataBuffer& out,
                   LogBase& log) {
     std::string algPath = cert + ".hashAlg";
     StringBuffer algName;
-    if (!requireString(spec, algPath, algName, log)) return false;
+    if (!requireString(desc, algPath, algName, log)) return false;
     const HashAlg* alg = nullptr;
     for (const HashAlg& a : kHashAlgs) {
         if (algName.equalsIgnoreCase(a.name)) alg = &a;
@@ -104,15 +104,15 @@ bool appendCertId(const ClsJsonObject& spec, const std::string& cert, DataBuffer
     DataBuffer nameHash, keyHash;
     const char* lengthReason = "digest length does not match the hash algorithm";
     std::string namePath = cert + ".issuerNameHash";
-    if (!base64Member(spec, namePath, nameHash, log)) return false;
+    if (!base64Member(desc, namePath, nameHash, log)) return false;
     if (nameHash.getSize() != alg->digestLen) return bad(log, namePath, lengthReason);
     std::string keyPath = cert + ".issuerKeyHash";
-    if (!base64Member(spec, keyPath, keyHash, log)) return false;
+    if (!base64Member(desc, keyPath, keyHash, log)) return false;
     if (keyHash.getSize() != alg->digestLen) return bad(log, keyPath, lengthReason);
 
     std::string serialPath = cert + ".serialNumber";
     StringBuffer serialHex;
-    if (!requireString(spec, serialPath, serialHex, log)) return false;
+    if (!requireString(desc, serialPath, serialHex, log)) return false;
     DataBuffer serial;
     if (!ContentCoding::decodeHex(serialHex.getString(), serialHex.getSize(), serial)) {
         return bad(log, serialPath, "not hexadecimal with an even number of digits");
@@ -134,10 +134,10 @@ bool appendCertId(const ClsJsonObject& spec, const std::string& cert, DataBuffer
 //       extnID     OBJECT IDENTIFIER,
 //       critical   BOOLEAN DEFAULT FALSE,
 //       extnValue  OCTET STRING }
-bool appendNonceExtension(const ClsJsonObject& spec, const std::string& path, DataBuffer& out,
+bool appendNonceExtension(const ClsJsonObject& desc, const std::string& path, DataBuffer& out,
                           LogBase& log) {
     DataBuffer nonce;
-    if (!base64Member(spec, path, nonce, log)) return false;
+    if (!base64Member(desc, path, nonce, log)) return false;
     // The extnValue holds the DER of Nonce ::= OCTET STRING, so the member must be
     // exactly one such element.
     DerParser p(DerInput(nonce.getData2(), nonce.getSize()));
@@ -156,18 +156,18 @@ bool appendNonceExtension(const ClsJsonObject& spec, const std::string& path, Da
 
 //   requestExtensions [2] EXPLICIT Extensions OPTIONAL
 //   Extensions ::= SEQUENCE SIZE (1..MAX) OF Extension
-bool appendRequestExtensions(const ClsJsonObject& spec, DataBuffer& tbs, LogBase& log) {
-    if (!spec.hasMember("extensions")) return true;
-    int count = spec.sizeOfObject("extensions");
+bool appendRequestExtensions(const ClsJsonObject& desc, DataBuffer& tbs, LogBase& log) {
+    if (!desc.hasMember("extensions")) return true;
+    int count = desc.sizeOfObject("extensions");
     if (count < 0) return bad(log, "extensions", "must be an object");
     if (count == 0) return true;  // an empty Extensions is not allowed: leave it out
     DataBuffer list;
     for (int i = 0; i < count; ++i) {
         StringBuffer name;
-        if (!spec.memberNameAt("extensions", i, name)) return outOfMemory(log);
+        if (!desc.memberNameAt("extensions", i, name)) return outOfMemory(log);
         std::string path = std::string("extensions.") + name.getString();
         if (!name.equals("ocspNonce")) return bad(log, path, "unsupported extension");
-        if (!appendNonceExtension(spec, path, list, log)) return false;
+        if (!appendNonceExtension(desc, path, list, log)) return false;
     }
     DataBuffer seq;
     bool ok =
@@ -177,7 +177,7 @@ bool appendRequestExtensions(const ClsJsonObject& spec, DataBuffer& tbs, LogBase
 
 }  // namespace
 
-bool OcspRequestEncoder::encode(const ClsJsonObject& spec, DataBuffer& out, LogBase& log) {
+bool OcspRequestEncoder::encode(const ClsJsonObject& desc, DataBuffer& out, LogBase& log) {
     LogContextExitor ctx(log, "createOcspRequest");
 
     //   TBSRequest ::= SEQUENCE {
@@ -185,26 +185,26 @@ bool OcspRequestEncoder::encode(const ClsJsonObject& spec, DataBuffer& out, LogB
     //       requestorName      [1] EXPLICIT GeneralName OPTIONAL,
     //       requestList        SEQUENCE OF Request,
     //       requestExtensions  [2] EXPLICIT Extensions OPTIONAL }
-    if (!spec.hasMember("request")) return missing(log, "request");
-    int numRequests = spec.sizeOfArray("request");
+    if (!desc.hasMember("request")) return missing(log, "request");
+    int numRequests = desc.sizeOfArray("request");
     if (numRequests <= 0) return bad(log, "request", "must be a non-empty array");
 
     DataBuffer requestList;
     for (int i = 0; i < numRequests; ++i) {
         std::string cert = "request[" + std::to_string(i) + "].cert";
-        if (!spec.hasMember(cert.c_str())) return missing(log, cert);
-        if (!spec.isObjectAt(cert.c_str())) return bad(log, cert, "must be an object");
+        if (!desc.hasMember(cert.c_str())) return missing(log, cert);
+        if (!desc.isObjectAt(cert.c_str())) return bad(log, cert, "must be an object");
         //   Request ::= SEQUENCE {
         //       reqCert                  CertID,
         //       singleRequestExtensions  [0] EXPLICIT Extensions OPTIONAL }
         DataBuffer certId;
-        if (!appendCertId(spec, cert, certId, log)) return false;
+        if (!appendCertId(desc, cert, certId, log)) return false;
         if (!appendTlv(requestList, der::kSequence, certId)) return outOfMemory(log);
     }
 
     DataBuffer tbs;
     if (!appendTlv(tbs, der::kSequence, requestList)) return outOfMemory(log);
-    if (!appendRequestExtensions(spec, tbs, log)) return false;
+    if (!appendRequestExtensions(desc, tbs, log)) return false;
 
     //   OCSPRequest ::= SEQUENCE {
     //       tbsRequest         TBSRequest,

@@ -33,5 +33,5 @@ class OcspRequestEncoder {
     // "Missing member in the OCSP request description: request[0].cert.hashAlg"
     // or "Bad value in the OCSP request description: ..." (with a "reason"
     // value), and out is unchanged.
-    static bool encode(const ClsJsonObject& spec, DataBuffer& out, LogBase& log);
+    static bool encode(const ClsJsonObject& desc, DataBuffer& out, LogBase& log);
 };

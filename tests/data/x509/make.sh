@@ -18,7 +18,7 @@
 #   name_bmp.der       subject CN as a BMPString (non-ASCII)
 #   name_utf8.der      subject CN and O as UTF8Strings (non-ASCII)
 #   name_multi.der     a multi-valued RDN (CN + UID), DC components
-#   name_special.der   values holding , + " \ # and edge spaces
+#   name_escaped.der   values holding , + " \ # and edge spaces
 #   time_2060.der      notAfter in 2060 (a GeneralizedTime)
 #   expired.der        notAfter before notBefore, both in the past by now
 #   serial_neg.der     negative serial (-0x1234)
@@ -117,7 +117,7 @@ key leaf_ed25519.key -algorithm ED25519
 key leaf_ed448.key -algorithm ED448
 openssl genpkey -genparam -algorithm DSA -pkeyopt dsa_paramgen_bits:2048 -out "$T/dsa.param" 2>/dev/null
 openssl genpkey -paramfile "$T/dsa.param" -out "$T/leaf_dsa.key"
-for n in name_bmp name_utf8 name_multi name_special time_2060 expired serial_neg serial_20 \
+for n in name_bmp name_utf8 name_multi name_escaped time_2060 expired serial_neg serial_20 \
     serial_00ff v1; do
     key "$n.key" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
 done
@@ -144,8 +144,8 @@ sign name_bmp "/C=DE/O=Orvane Test/CN=Grüße Ünïcödé ✓" self name_bmp.key
 sign name_utf8 "/C=JP/O=オルヴェイン/CN=Zoë Ñandú" self name_utf8.key v3_plain -days 30
 sign name_multi "/DC=test/DC=example/O=Orvane Test/CN=Multi Valued+UID=jdoe" self name_multi.key \
     v3_plain -days 30
-sign name_special "/C=US/O=Example, Inc./OU=R\+D \"Lab\"/OU=back\\\\slash;semi/CN=#hash <tag> = eq " \
-    self name_special.key v3_plain -days 30
+sign name_escaped "/C=US/O=Example, Inc./OU=R\+D \"Lab\"/OU=back\\\\slash;semi/CN=#hash <tag> = eq " \
+    self name_escaped.key v3_plain -days 30
 sign time_2060 "/O=Orvane Test/CN=Far Future" self time_2060.key v3_plain -days 12500
 sign expired "/O=Orvane Test/CN=Expired" self expired.key v3_plain -days -1
 sign serial_neg "/O=Orvane Test/CN=Negative Serial" self serial_neg.key v3_plain -days 30 \

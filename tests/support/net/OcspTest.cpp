@@ -112,16 +112,16 @@ TEST_F(OcspTest, RealResponderAnswersOurRequest) {
     XString url(("http://127.0.0.1:" + std::to_string(std::stoi(line.substr(line.rfind(':') + 1))))
                     .c_str()),
         type("application/ocsp-request");
-    ClsJsonObject spec;
+    ClsJsonObject desc;
     ClsHttp http;
     HttpResult result;
     DataBuffer request, response;
     LogTree log;
     ASSERT_TRUE(
-        spec.load(
+        desc.load(
             describe("sha256", R"(,"extensions":{"ocspNonce":"BBAAAQIDBAUGBwgJCgsMDQ4P"})").c_str(),
             log) &&
-        http.createOcspRequest(spec, request, log) &&
+        http.createOcspRequest(desc, request, log) &&
         http.binaryRequest("POST", url, nullptr, request, type, false, false, result, response,
                            nullptr, log) &&
         ovtest::writeFile(s_dir.file("resp.der"), ovtest::bytes(response)))

@@ -109,7 +109,7 @@ inline const char* const kCerts[][2] = {
     {"leaf_p521.der", "inter.der"},  {"leaf_ed25519.der", "inter.der"},
     {"leaf_ed448.der", "inter.der"}, {"leaf_dsa.der", "inter.der"},
     {"name_bmp.der", nullptr},       {"name_utf8.der", nullptr},
-    {"name_multi.der", nullptr},     {"name_special.der", nullptr},
+    {"name_multi.der", nullptr},     {"name_escaped.der", nullptr},
     {"time_2060.der", nullptr},      {"expired.der", nullptr},
     {"serial_neg.der", nullptr},     {"serial_20.der", nullptr},
     {"serial_00ff.der", nullptr},    {"v1.der", nullptr},

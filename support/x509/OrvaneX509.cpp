@@ -247,33 +247,24 @@ bool OrvaneX509::parseExtensions(DerInput list, LogBase& log) {
             (ext.nextIs(der::kBoolean) && !ext.readBool(&critical)) ||
             !ext.read(der::kOctetString, &value) || ext.hasMore())
             return fail(log, "Certificate extension is malformed.");
+        // The extensions queries reach for most, by their last arc under id-ce
+        // (2.5.29), plus the authority information access.
+        static const struct {
+            unsigned char arc;
+            int kind;
+        } kIdCe[] = {
+            {0x0e, kSki},               // 2.5.29.14 id-ce-subjectKeyIdentifier
+            {0x23, kAki},               // 2.5.29.35 id-ce-authorityKeyIdentifier
+            {0x0f, kKeyUsage},          // 2.5.29.15 id-ce-keyUsage
+            {0x11, kSan},               // 2.5.29.17 id-ce-subjectAltName
+            {0x13, kBasicConstraints},  // 2.5.29.19 id-ce-basicConstraints
+            {0x1f, kCrlDp},             // 2.5.29.31 id-ce-cRLDistributionPoints
+            {0x25, kEku},               // 2.5.29.37 id-ce-extKeyUsage
+        };
         int k = -1;
         if (oid.size() == 3 && oid[0] == 0x55 && oid[1] == 0x1d) {
-            switch (oid[2]) {
-                case 0x0e:
-                    k = kSki;
-                    break;  // 2.5.29.14 id-ce-subjectKeyIdentifier
-                case 0x23:
-                    k = kAki;
-                    break;  // 2.5.29.35 id-ce-authorityKeyIdentifier
-                case 0x0f:
-                    k = kKeyUsage;
-                    break;  // 2.5.29.15 id-ce-keyUsage
-                case 0x11:
-                    k = kSan;
-                    break;  // 2.5.29.17 id-ce-subjectAltName
-                case 0x13:
-                    k = kBasicConstraints;
-                    break;  // 2.5.29.19 id-ce-basicConstraints
-                case 0x1f:
-                    k = kCrlDp;
-                    break;  // 2.5.29.31 id-ce-cRLDistributionPoints
-                case 0x25:
-                    k = kEku;
-                    break;  // 2.5.29.37 id-ce-extKeyUsage
-                default:
-                    break;
-            }
+            for (const auto& e : kIdCe)
+                if (e.arc == oid[2]) k = e.kind;
         } else if (oid.equals(kOidAia, sizeof kOidAia)) {
             k = kAia;
         }

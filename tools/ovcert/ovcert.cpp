@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -79,7 +80,8 @@ int inspect(const Options& o) {
     for (const std::string& file : o.files) {
         LogTree log;
         log.verboseLogging = o.verbose ? 1 : 0;
-        SystemCerts* store = new SystemCerts();
+        SystemCerts* store = new (std::nothrow) SystemCerts();
+        if (!store) return 1;
         store->incRefCount();
         CertCore* cert = loadInput(file, store, log);
         if (!cert) {

@@ -66,7 +66,10 @@ void DataBuffer::clearWithDeallocate() {
 
 bool DataBuffer::grow(unsigned needed) {
     if (needed <= m_capacity) return true;
+    // A first fill gets exactly what it asks for (most buffers are filled once,
+    // e.g. a certificate's DER); later growth doubles.
     size_t cap = m_capacity ? m_capacity : 32;
+    if (m_capacity == 0 && needed > cap) cap = needed;
     while (cap < needed) cap *= 2;
     if (cap > 0xFFFFFFFFu) cap = needed;
     // Never realloc: a secure buffer must wipe the old block, which realloc would

@@ -73,19 +73,44 @@ TEST(CertLoad, EveryFormatYieldsTheSameDer) {
     }
 }
 
-TEST(CertLoad, PkcsSevenYieldsTheLeafFromPemAndDer) {
-    const std::string leaf = fixture("ec.der");
-    for (const char* f : {"chain.p7b", "chain-p7.der"}) {
-        SCOPED_TRACE(f);
+// Which certificate a container yields, and whether its key comes along.
+TEST(CertLoad, ContainersYieldTheRightCertificate) {
+    struct Case {
+        const char* name;
+        std::string input;
+        const char* wantDer;
+        bool wantKey;
+        const char* info;  // info line that must (or, with !infoWanted, must not) appear
+        bool infoWanted;
+    } cases[] = {
+        {"pkcs7 pem in random order", fixture("chain.p7b"), "ec.der", false, nullptr, true},
+        {"pkcs7 der", fixture("chain-p7.der"), "ec.der", false, nullptr, true},
+        {"chain without key: the last", fixture("chain-no-key.pem"), "ec.der", false,
+         "PEM has multiple certificates.", true},
+        {"one cert with a SEC1 key", fixture("ec-with-sec1-key.pem"), "ec.der", true,
+         "PEM has an unencrypted private key.", true},
+        {"both key markers: single-cert path", fixture("rsa.pem") + fixture("rsa-enc.key"),
+         "rsa.der", false, "PEM has an unencrypted private key.", false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
         LogTree log;
-        CertRef cert(detect(fixture(f), log));
+        CertRef cert(detect(c.input, log));
         ASSERT_TRUE(cert) << log.text();
-        EXPECT_EQ(derOf(cert.get()), leaf);
+        EXPECT_EQ(derOf(cert.get()), fixture(c.wantDer));
+        EXPECT_EQ(cert->m_privateKey.isPrivateKey(), c.wantKey);
+        if (c.info) {
+            EXPECT_EQ(log.hasInfo(c.info), c.infoWanted) << log.text();
+        }
     }
 }
 
 TEST(CertLoad, MultiplePemPicksTheKeyOwnerAndStoresTheRest) {
-    const std::string leafDer = fixture("rsa.der");
+    auto stored = [](SystemCerts* store, const char* name) {
+        std::string der = fixture(name);
+        return store->findByDer(reinterpret_cast<const unsigned char*>(der.data()),
+                                static_cast<unsigned>(der.size())) != nullptr;
+    };
     for (const char* f : {"chain-leaf-first.pem", "chain-key-middle.pem", "chain-key-first.pem"}) {
         SCOPED_TRACE(f);
         SystemCerts* store = new SystemCerts();
@@ -93,54 +118,18 @@ TEST(CertLoad, MultiplePemPicksTheKeyOwnerAndStoresTheRest) {
         LogTree log;
         CertRef cert(detect(fixture(f), log, store));
         ASSERT_TRUE(cert) << log.text();
-        EXPECT_EQ(derOf(cert.get()), leafDer);
+        EXPECT_EQ(derOf(cert.get()), fixture("rsa.der"));
         EXPECT_TRUE(cert->m_privateKey.isPrivateKey());
-        EXPECT_TRUE(log.hasInfo("PEM has multiple certificates."));
-        std::string v;
-        ASSERT_TRUE(log.findData("numKeys", v));
-        EXPECT_EQ(v, "1");
-        ASSERT_TRUE(log.findData("hasPrivateKey", v));
-        EXPECT_NE(v.find("CN=rsa.example.test"), std::string::npos);  // the DN, not a flag
-        ASSERT_TRUE(log.findData("primaryCertDN", v));
-        EXPECT_NE(v.find("rsa.example.test"), std::string::npos);
+        std::string keys, dn;
+        ASSERT_TRUE(log.findData("numKeys", keys));
+        EXPECT_EQ(keys, "1");
+        ASSERT_TRUE(log.findData("hasPrivateKey", dn));
+        EXPECT_NE(dn.find("CN=rsa.example.test"), std::string::npos);  // the DN, not a flag
         EXPECT_EQ(store->numCerts(), 2);
-        std::string root = fixture("root.der"), inter = fixture("inter.der");
-        EXPECT_NE(store->findByDer(reinterpret_cast<const unsigned char*>(root.data()),
-                                   static_cast<unsigned>(root.size())),
-                  nullptr);
-        EXPECT_NE(store->findByDer(reinterpret_cast<const unsigned char*>(inter.data()),
-                                   static_cast<unsigned>(inter.size())),
-                  nullptr);
+        EXPECT_TRUE(stored(store, "root.der"));
+        EXPECT_TRUE(stored(store, "inter.der"));
         store->decRefCount();
     }
-}
-
-TEST(CertLoad, MultiplePemWithoutKeyReturnsTheLastAndNullStoreAddsNothing) {
-    LogTree log;
-    CertRef cert(detect(fixture("chain-no-key.pem"), log));
-    ASSERT_TRUE(cert) << log.text();
-    EXPECT_EQ(derOf(cert.get()), fixture("ec.der"));
-    EXPECT_TRUE(cert->m_privateKey.isEmpty());
-}
-
-TEST(CertLoad, SingleCertWithUnencryptedKeyGoesThroughThePemContainer) {
-    LogTree log;
-    CertRef cert(detect(fixture("ec-with-sec1-key.pem"), log));
-    ASSERT_TRUE(cert) << log.text();
-    EXPECT_TRUE(log.hasInfo("PEM has an unencrypted private key."));
-    EXPECT_TRUE(cert->m_privateKey.isPrivateKey());  // SEC1 key matched by key id
-    EXPECT_EQ(derOf(cert.get()), fixture("ec.der"));
-}
-
-TEST(CertLoad, EncryptedKeyMarkerMakesItASingleCertificate) {
-    // Both key markers present and only one certificate: the single-cert path,
-    // no key attached.
-    LogTree log;
-    std::string text = fixture("rsa.pem") + fixture("rsa-enc.key");
-    CertRef cert(detect(text, log));
-    ASSERT_TRUE(cert) << log.text();
-    EXPECT_FALSE(log.hasInfo("PEM has an unencrypted private key."));
-    EXPECT_TRUE(cert->m_privateKey.isEmpty());
 }
 
 TEST(CertLoad, KeyOnlyPemFails) {

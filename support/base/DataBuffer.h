@@ -63,6 +63,11 @@ class DataBuffer : public NonRefCountedObj {
     bool containsSubstring(const char* s, unsigned start) const;
     bool equals(const DataBuffer& other) const;
 
+    // The most any whole-input read takes (files, standard input in the tool):
+    // far above the largest real CRLs (about 100 MB), far below what would let a
+    // hostile input exhaust memory.
+    static constexpr unsigned kMaxLoadSize = 1u << 30;
+
     // Replaces the contents with the whole file at the UTF-8 path. On failure the
     // buffer is emptied and the reason logged when log is not null.
     bool loadFileUtf8(const char* path, LogBase* log);

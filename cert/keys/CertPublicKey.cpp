@@ -1,7 +1,7 @@
 // The certificate's public key as a key container, as a cached key-type code
 // with its size, and as DER.
 #include "cert/CertCore.h"
-#include "cert/query/LockedQuery.h"
+#include "cert/LockedQuery.h"
 
 bool CertCore::getCertPublicKey(_ovPublicKey& key, LogBase& log) {
     LogContextExitor ctx(log, "getCertPublicKey");

@@ -3,7 +3,7 @@
 // the parser's ASN.1 XML rendering of the extension; the literals below are
 // what callers have come to depend on, quirks included.
 #include "cert/CertCore.h"
-#include "cert/query/LockedQuery.h"
+#include "cert/LockedQuery.h"
 #include "support/base/ovstr.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // Identity queries of CertCore: serial number, validity, fingerprints, the DER
 // of selected parts, the signature and its verification.
 #include "cert/CertCore.h"
-#include "cert/query/LockedQuery.h"
+#include "cert/LockedQuery.h"
 #include "support/asn1/Asn1Node.h"
 #include "support/asn1/MpMath.h"
 #include "support/time/OrvaneSysTime.h"

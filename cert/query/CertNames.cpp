@@ -2,7 +2,7 @@
 // in its text, JSON and ASN.1 forms, e-mail, self-issue and the EU test. The
 // parsing is the parser's; this file maps names onto its getters.
 #include "cert/CertCore.h"
-#include "cert/query/LockedQuery.h"
+#include "cert/LockedQuery.h"
 #include "support/asn1/Asn1Node.h"
 #include "support/base/ovstr.h"
 

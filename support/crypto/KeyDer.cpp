@@ -5,7 +5,7 @@
 #include "support/base/DataBuffer.h"
 #include "support/base/LogBase.h"
 #include "support/base/StringBuffer.h"
-#include "support/crypto/DerBuild.h"
+#include "support/asn1/DerBuild.h"
 #include "support/crypto/KeyOssl.h"
 #include "support/crypto/OvHash.h"
 

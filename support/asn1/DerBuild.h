@@ -1,5 +1,5 @@
-// Small DER encoders for the key structures this folder writes (SPKI, PKCS#8,
-// traditional private keys). Each appends one complete element to out and
+// Small DER encoders (SPKI, PKCS#8, traditional private keys, OCSP, CRL),
+// beside the reader. Each appends one complete element to out and
 // returns false, leaving out as it was, when memory runs out or an OID text is
 // malformed.
 #pragma once

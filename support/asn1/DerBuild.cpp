@@ -1,4 +1,4 @@
-#include "support/crypto/DerBuild.h"
+#include "support/asn1/DerBuild.h"
 
 #include "support/base/DataBuffer.h"
 

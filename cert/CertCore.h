@@ -226,6 +226,79 @@ class CertCore : public RefCountedObject, public OrvaneCritSec {
     // Logs nothing of its own; out untouched when the object is invalid.
     bool getPublicKeyAsDER_2(bool spki, DataBuffer& out, LogBase& log);
 
+    // ---- Private key, token link, cloud signer, description -------------------
+    // (cert/keys/CertPrivateKey.cpp, cert/keys/CertDescribeJson.cpp)
+    // "Locked" operations return false (null) at once, touching nothing, when the
+    // object fails its sentinel check, and otherwise hold the object's recursive
+    // lock until they return. The others neither check nor lock: callers
+    // serialise them with other use of the certificate.
+
+    // Replaces the cloud-signing configuration with a private deep copy of json;
+    // an empty object only removes the one set before. Always true. Not locked.
+    bool setCloudSigner(ClsJsonObject& json, LogBase& log);
+    // Attaches a token session (one reference taken) and the key handle; a
+    // non-zero keyType fills the key-type cache. Linking the session already
+    // linked only fills a handle still 0: a known handle is never replaced that
+    // way. Log context "linkToPkcs11Session". Not locked.
+    void linkToPkcs11Session(ClsPkcs11* session, int keyType, int expectedSigSize,
+                             unsigned long handle, LogBase& log);
+    // Releases the session and forgets the handle; the key-type cache and the
+    // signature size stay. Not locked.
+    void unlinkFromPkcs11Session();
+    // No smart-card minidriver link exists here: always false.
+    bool hasScMinidriver() const { return false; }
+    // Locked; always false: keys held here can always be exported.
+    bool privateKeyNotExportable(LogBase& log);
+
+    // Locked setters of the in-memory key. Each marks the caller's text or bytes
+    // secure first (wiped when the caller releases them), clears the key held
+    // before, then loads; so a failure (empty input included) leaves no key.
+    bool setPrivateKeyPem(XString& pem, LogBase& log);
+    bool setPrivateKeyFromObj(_ovPublicKey& key, LogBase& log);
+    bool setPrivateKeyDer2(DataBuffer& der, LogBase& log);
+    // Locked; platform key information is not kept: set ignores, get is null.
+    void setMsPkInfo(void* info);
+    void* getMsPkInfo(LogBase& log);
+
+    // Locked. Whether a private key is reachable: the in-memory key, else a
+    // cloud signer, else a linked token session. With a token session the
+    // answer is always true; without a known handle it logs in with the
+    // smart-card PIN (unless already logged in, when it deliberately does not
+    // search), looks the key up and links the handle found, and warns when
+    // there is still none. flag is not consulted.
+    bool hasPrivateKey(bool flag, LogBase& log);
+    // Locked. Whether the key is held in memory; without one it runs
+    // getPrivateKeyAsDER for that operation's log lines only.
+    bool hasPrivateKeyDer(LogBase& log);
+    // Locked. Replaces out (marked secure) with the in-memory key as PKCS#8 DER.
+    // Without one and with a token session: false and usesPkcs11Session true.
+    // Log context "certGetPrivateKeyAsDER".
+    bool getPrivateKeyAsDER(DataBuffer& out, bool& usesPkcs11Session, LogBase& log);
+    // Locked. The same without the token fallback and without log context.
+    bool getPrivateKeyAsDER_noCryptoAPI(DataBuffer& out, LogBase& log);
+    // Locked. Appends the in-memory key as unencrypted PKCS#8 PEM.
+    bool getPrivateKeyAsUnencryptedPEM_noCryptoAPI(StringBuffer& out, LogBase& log);
+    // Replaces out with the PIN; true when it is not empty. Not locked.
+    bool getSmartCardPin(XString& out, LogBase& log);
+
+    // Whether the in-memory private key belongs to this certificate.
+    enum class KeyMatch {
+        NoKey,      // no in-memory private key, or no parsed certificate
+        Matches,    // the key's public half is the certificate's public key
+        Differs,    // it is another key
+        Undecided,  // neither our reader nor OpenSSL could compare the two
+    };
+    // Locked. RSA, EC, Ed25519, Ed448 and DSA keys are compared from their DER
+    // (no OpenSSL key object is built); other algorithms through OpenSSL.
+    KeyMatch privateKeyMatchesCert(LogBase& log);
+
+    // Appends the members of a JSON object describing the certificate (serial,
+    // validFrom, validTo, expired, subject, issuer, san, keyType, keySize),
+    // without braces and without escaping. Always true; out is never cleared.
+    // Takes the lock separately for each read. Log context
+    // "cert_appendDescriptiveJson".
+    bool appendDescriptiveJson(StringBuffer& out, LogBase& log);
+
     // ---- Fields, in declaration order ----------------------------------------
     uint32_t m_magic;
     OrvaneX509Holder m_x509Holder;
@@ -245,4 +318,6 @@ class CertCore : public RefCountedObject, public OrvaneCritSec {
   private:
     void initFields();
     bool copyCertDer(DataBuffer& der) const;
+    // hasPrivateKey's login and key search; the caller holds the lock.
+    void loginAndFindTokenKey(LogBase& log);
 };

@@ -5,14 +5,17 @@
 
 unsigned long ClsPkcs11::findPrivKeyHandle(CertCore& cert, bool mustBeAbleToSign, int& keyType,
                                            int& expectedSigSize, LogBase& log) {
-    // Read the DER under the certificate's lock and let it go before the
-    // session's lock is taken: callers may hold the certificate's lock already,
-    // and the two must never be waited for in the other order.
-    DataBuffer der;
-    if (!cert.getDEREncodedCert(der)) {
+    keyType = 0;
+    expectedSigSize = 0;
+    if (cert.m_magic != CertCore::kMagic) return 0;
+    // The certificate's lock, then this object's: the order hasPrivateKey takes
+    // them in. Holding it lets the lookup read the parsed views without a copy.
+    CritSecExitor lock(&cert);
+    OrvaneX509* x = cert.getX509();
+    if (!x) {
         log.logError("The certificate has no DER to match a token key against.");
         return 0;
     }
-    return findPrivKeyHandleForCert(der.getData2(), der.getSize(), mustBeAbleToSign, keyType,
+    return findPrivKeyHandleForCert(x->certDer(), x->spkiDer(), mustBeAbleToSign, keyType,
                                     expectedSigSize, log);
 }

@@ -1,11 +1,12 @@
 #include "support/crypto/KeyDer.h"
 
 #include <cstring>
+#include <utility>
 
+#include "support/asn1/DerBuild.h"
 #include "support/base/DataBuffer.h"
 #include "support/base/LogBase.h"
 #include "support/base/StringBuffer.h"
-#include "support/asn1/DerBuild.h"
 #include "support/crypto/KeyOssl.h"
 #include "support/crypto/OvHash.h"
 
@@ -524,6 +525,66 @@ bool keyId64(DerInput spkiDer, StringBuffer& out, LogBase& log) {
         digest.getSize() < 8)
         return logBad(log, "Failed to hash the public key.");
     return out.appendHex(digest.getData2(), 8, false);
+}
+
+namespace {
+
+SameKey sameIf(bool equal) {
+    return equal ? SameKey::Yes : SameKey::No;
+}
+
+bool sameMagnitude(DerInput a, DerInput b) {
+    return magnitude(a).equals(magnitude(b));
+}
+
+// SEC 1 points: 04||X||Y uncompressed, 02/03||X compressed (the low bit of the
+// prefix is Y's parity), 06/07||X||Y hybrid.
+SameKey sameEcPoint(DerInput a, DerInput b) {
+    if (a.equals(b)) return SameKey::Yes;
+    if (a.empty() || b.empty()) return SameKey::No;
+    if (a[0] == 0x04 && (b[0] == 0x02 || b[0] == 0x03)) std::swap(a, b);
+    const bool aCompressed = a[0] == 0x02 || a[0] == 0x03;
+    if (aCompressed && b[0] == 0x04) {
+        const size_t field = a.size() - 1;
+        if (b.size() != 1 + 2 * field) return SameKey::No;
+        const bool yOdd = b[b.size() - 1] & 1;
+        return sameIf(b.sub(1, field).equals(a.sub(1, field)) && yOdd == (a[0] == 0x03));
+    }
+    const auto hybrid = [](DerInput p) { return p[0] == 0x06 || p[0] == 0x07; };
+    return hybrid(a) || hybrid(b) ? SameKey::Undecided : SameKey::No;
+}
+
+}  // namespace
+
+SameKey samePublicKey(const SpkiView& a, const SpkiView& b) {
+    if (a.kind != b.kind) return SameKey::No;
+    switch (a.kind) {
+        case KeyKind::Rsa: {
+            DerInput na, ea, nb, eb;
+            if (!readRsaPublic(a.keyBits, &na, &ea) || !readRsaPublic(b.keyBits, &nb, &eb))
+                return SameKey::Undecided;
+            return sameIf(sameMagnitude(na, nb) && sameMagnitude(ea, eb));
+        }
+        case KeyKind::Ec:
+            // Both name their curve (a loaded key always does); explicit
+            // parameters never load.
+            if (!a.params.equals(b.params)) return SameKey::No;
+            return sameEcPoint(a.keyBits, b.keyBits);
+        case KeyKind::Ed25519:
+        case KeyKind::Ed448:
+            return sameIf(a.keyBits.equals(b.keyBits));
+        case KeyKind::Dsa: {
+            DerParser pa(a.keyBits), pb(b.keyBits);
+            DerInput ya, yb;
+            if (!pa.readIntegerBytes(&ya) || !pb.readIntegerBytes(&yb)) return SameKey::Undecided;
+            // Parameters inherited from the issuer are absent from one side.
+            const bool paramsAgree =
+                a.params.empty() || b.params.empty() || a.params.equals(b.params);
+            return sameIf(paramsAgree && sameMagnitude(ya, yb));
+        }
+        default:
+            return a.whole.equals(b.whole) ? SameKey::Yes : SameKey::Undecided;
+    }
 }
 
 bool spkiFromRsaPublic(DerInput rsaPublicKey, DataBuffer& spki, LogBase& log) {

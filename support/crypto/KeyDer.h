@@ -115,6 +115,15 @@ bool normalisePrivate(DerForm form, DerInput der, DataBuffer& pkcs8, DataBuffer&
 bool traditionalFromPkcs8(DerInput pkcs8, DerInput spki, DataBuffer& out, const char** pemLabel,
                           LogBase& log);
 
+// Whether two SPKIs hold the same public key, decided from the DER alone.
+enum class SameKey { Yes, No, Undecided };
+// RSA: modulus and exponent (leading zero bytes ignored); EC: the curve and the
+// point, an uncompressed point against a compressed one by X and the parity of
+// Y; Ed25519, Ed448: the key bytes; DSA: y, and the parameters when both carry
+// them. Keys of different kinds differ. Undecided for hybrid EC points and for
+// other algorithms whose SPKIs are not byte-for-byte equal.
+SameKey samePublicKey(const SpkiView& a, const SpkiView& b);
+
 // Number of significant bits of an INTEGER's content octets (0 for zero or a
 // negative value).
 unsigned integerBits(DerInput integerContents);

@@ -51,10 +51,18 @@ bool CertPublicKeyParts::parseCertificate(DerInput certDer, LogBase& log) {
     if (tbs.nextIs(der::contextConstructed(0))) ok = tbs.skip();
     for (int i = 0; ok && i < 5; ++i) ok = tbs.skip();
     DerElement spkiElement;
+    if (!ok || !tbs.readElement(der::kSequence, &spkiElement)) {
+        log.logError("The certificate's public key info is not valid.");
+        return false;
+    }
+    return parseSpki(spkiElement.whole, log);
+}
+
+bool CertPublicKeyParts::parseSpki(DerInput spkiDer, LogBase& log) {
+    reset();
     SpkiView spki;
     LogNull quiet;  // one error line of our own below
-    if (!ok || !tbs.readElement(der::kSequence, &spkiElement) ||
-        !keyder::parseSpki(spkiElement.whole, &spki, quiet)) {
+    if (!keyder::parseSpki(spkiDer, &spki, quiet)) {
         log.logError("The certificate's public key info is not valid.");
         return false;
     }

@@ -18,6 +18,9 @@ class CertPublicKeyParts : public KeyTypeCode {
     // value (anything but RSA, RSA-PSS, EC, DSA, Ed25519) is not a failure: the
     // key type stays kUnknown. Replaces whatever an earlier call found.
     bool parseCertificate(DerInput certDer, LogBase& log);
+    // The same from the SubjectPublicKeyInfo element alone, for callers whose
+    // certificate is parsed already (the certificate object's SPKI view).
+    bool parseSpki(DerInput spkiDer, LogBase& log);
 
     int keyType() const { return m_keyType; }
 

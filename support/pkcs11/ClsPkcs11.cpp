@@ -240,7 +240,25 @@ unsigned long ClsPkcs11::findPrivKeyHandleForCert(const unsigned char* certDer, 
     DerInput der(certDer, certLen);
     CertPublicKeyParts parts;
     if (!parts.parseCertificate(der, log)) return 0;
+    return findFor(der, parts, mustBeAbleToSign, keyType, expectedSigSize, log);
+}
 
+unsigned long ClsPkcs11::findPrivKeyHandleForCert(DerInput certDer, DerInput spki,
+                                                  bool mustBeAbleToSign, int& keyType,
+                                                  int& expectedSigSize, LogBase& log) {
+    CritSecExitor cs(this);
+    LogContextExitor ctx(log, "pkcs11FindPrivKey");
+    keyType = 0;
+    expectedSigSize = 0;
+    if (!requireSession(log)) return 0;
+    CertPublicKeyParts parts;
+    if (!parts.parseSpki(spki, log)) return 0;
+    return findFor(certDer, parts, mustBeAbleToSign, keyType, expectedSigSize, log);
+}
+
+unsigned long ClsPkcs11::findFor(DerInput der, const CertPublicKeyParts& parts,
+                                 bool mustBeAbleToSign, int& keyType, int& expectedSigSize,
+                                 LogBase& log) {
     Pkcs11KeyFinder finder(m_session, mustBeAbleToSign);
     CK_OBJECT_HANDLE key = finder.viaCertificateObject(der, log);
     if (key && log.verboseLogging)

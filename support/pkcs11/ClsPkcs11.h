@@ -5,12 +5,14 @@
 
 #include <vector>
 
+#include "support/asn1/DerReader.h"
 #include "support/base/OrvaneCritSec.h"
 #include "support/base/OrvaneObject.h"
 #include "support/pkcs11/Pkcs11Module.h"
 #include "support/pkcs11/Pkcs11Session.h"
 
 class CertCore;
+class CertPublicKeyParts;
 class DataBuffer;
 class LogBase;
 
@@ -73,10 +75,16 @@ class ClsPkcs11 : public RefCountedObject, public OrvaneCritSec {
     // False without a session; an error line only when the module fails.
     bool alreadyLoggedIn(int userType, LogBase& log);
 
-    // Forwards the certificate's DER to findPrivKeyHandleForCert. It takes the
-    // DER before entering this object's lock: callers such as the certificate's
-    // own hasPrivateKey hold the certificate's lock while calling here, so this
-    // object must never wait for a certificate's lock while holding its own.
+    // findPrivKeyHandleForCert for a certificate object, reading its DER and
+    // SubjectPublicKeyInfo through the views of the certificate as parsed (no
+    // second parse) under the certificate's lock, which stays held across the
+    // lookup. The lock order is certificate, then this object: the certificate's
+    // hasPrivateKey calls here holding its own lock, and nothing here ever waits
+    // for a certificate's lock while holding this object's.
+    //
+    // Defined in cert/keys/CertPkcs11Link.cpp: this library builds without the
+    // certificate library, which links it; the certificate code provides the one
+    // operation that needs both.
     unsigned long findPrivKeyHandle(CertCore& cert, bool mustBeAbleToSign, int& keyType,
                                     int& expectedSigSize, LogBase& log);
 
@@ -97,6 +105,10 @@ class ClsPkcs11 : public RefCountedObject, public OrvaneCritSec {
     unsigned long findPrivKeyHandleForCert(const unsigned char* certDer, unsigned certLen,
                                            bool mustBeAbleToSign, int& keyType,
                                            int& expectedSigSize, LogBase& log);
+    // The same for a certificate already parsed: its whole DER and its
+    // SubjectPublicKeyInfo element (a view into it or a copy).
+    unsigned long findPrivKeyHandleForCert(DerInput certDer, DerInput spki, bool mustBeAbleToSign,
+                                           int& keyType, int& expectedSigSize, LogBase& log);
 
     // Signs data with the key handle and the PKCS#11 mechanism (such as
     // CKM_SHA256_RSA_PKCS, CKM_ECDSA over a digest, CKM_EDDSA) and replaces sig
@@ -108,6 +120,9 @@ class ClsPkcs11 : public RefCountedObject, public OrvaneCritSec {
     bool requireSession(LogBase& log) const;
     bool firstSlotWithToken(CK_SLOT_ID& slot, LogBase& log);
     bool checkSlotHasToken(CK_SLOT_ID slot, LogBase& log);
+    // The lookup proper; the caller holds the lock and has set the outputs to 0.
+    unsigned long findFor(DerInput certDer, const CertPublicKeyParts& parts, bool mustBeAbleToSign,
+                          int& keyType, int& expectedSigSize, LogBase& log);
 
     // Declared in this order so that the session closes before the module goes.
     Pkcs11Module m_module;

@@ -40,11 +40,16 @@ const unsigned char* DataBuffer::getData2() const {
     return m_data ? m_data : kEmpty;
 }
 
+void (*DataBuffer::s_beforeFree)(const unsigned char*, unsigned) = nullptr;
+
+void DataBuffer::freeBlock(unsigned char* block, unsigned capacity) const {
+    if (m_secure) ovSecureZero(block, capacity);
+    if (s_beforeFree) s_beforeFree(block, capacity);
+    free(block);
+}
+
 void DataBuffer::releaseMemory() {
-    if (m_data) {
-        if (m_secure) ovSecureZero(m_data, m_capacity);
-        free(m_data);
-    }
+    if (m_data) freeBlock(m_data, m_capacity);
     m_data = nullptr;
     m_size = 0;
     m_capacity = 0;
@@ -78,8 +83,7 @@ bool DataBuffer::grow(unsigned needed) {
     if (!p) return false;
     if (m_data) {
         if (m_size) memcpy(p, m_data, m_size);
-        if (m_secure) ovSecureZero(m_data, m_capacity);
-        free(m_data);
+        freeBlock(m_data, m_capacity);
     }
     m_data = p;
     m_capacity = static_cast<unsigned>(cap);

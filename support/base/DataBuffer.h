@@ -80,9 +80,17 @@ class DataBuffer : public NonRefCountedObj {
     // Public so that callers about to receive secrets can mark the buffer directly.
     unsigned char m_secure = 0;
 
+    // Called with every block just before it goes back to the allocator (on
+    // growth and on release), after a secure buffer has wiped it; null unless a
+    // test sets it, to see what a block holds at that moment without reading
+    // freed memory. Set it only while no other thread uses a DataBuffer.
+    static void (*s_beforeFree)(const unsigned char* block, unsigned capacity);
+
   private:
     bool grow(unsigned needed);
     void releaseMemory();
+    // Wipes the block when secure, then frees it.
+    void freeBlock(unsigned char* block, unsigned capacity) const;
 
     unsigned char* m_data = nullptr;
     unsigned m_size = 0;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "support/base/LogBase.h"
 #include "support/base/StringBuffer.h"
@@ -25,6 +26,32 @@ TEST(DataBuffer, SecureClearWipesInPlaceAndKeepsMemory) {
     EXPECT_EQ(db.getSize(), 0u);
     EXPECT_EQ(db.getDataRw(), p);  // memory kept, so we may look at it
     EXPECT_TRUE(allZero(p, 16));
+}
+
+// Growth moves the bytes to a larger block; the old one must not go back to the
+// allocator holding them. The hook sees each block just before it is freed.
+TEST(DataBuffer, SecureBufferWipesTheBlockItGrowsOutOf) {
+    static std::vector<std::string> freed;
+    freed.clear();
+    DataBuffer::s_beforeFree = [](const unsigned char* p, unsigned n) {
+        freed.emplace_back(reinterpret_cast<const char*>(p), n);
+    };
+    for (bool secure : {true, false}) {
+        SCOPED_TRACE(secure ? "secure" : "plain");
+        freed.clear();
+        DataBuffer db;
+        db.setSecure(secure);
+        ASSERT_TRUE(db.append("secret-key-bytes", 16));
+        const unsigned char* first = db.getData2();
+        ASSERT_TRUE(db.append(std::string(4096, 'k').data(), 4096));
+        ASSERT_NE(db.getData2(), first) << "the buffer did not move";
+        ASSERT_EQ(freed.size(), 1u);
+        EXPECT_EQ(freed[0].find("secret"), secure ? std::string::npos : 0u);
+        if (secure)
+            EXPECT_TRUE(allZero(reinterpret_cast<const unsigned char*>(freed[0].data()),
+                                static_cast<unsigned>(freed[0].size())));
+    }
+    DataBuffer::s_beforeFree = nullptr;
 }
 
 TEST(DataBuffer, SecureFlagWipesOnClearAndShorten) {

@@ -14,27 +14,14 @@
 
 #include "support/base/DataBuffer.h"
 #include "support/base/LogBase.h"
+#include "support/pkcs11/SoftHsmToken.h"
 #include "support_common/TestUtil.h"
 
 namespace {
 
 using ovtest::shq;
 
-const char* const kModule = "/usr/lib/softhsm/libsofthsm2.so";
-const char* const kPin = "pin-7391";
-const char* const kSoPin = "so-pin-5680";
-const char* const kWrongPin = "wrong-8642";
-
-// Points SOFTHSM2_CONF at the test token's store, or at one that starts empty (one
-// free, uninitialised slot). Only modules initialised afterwards see it.
-void useStore(bool empty = false) {
-    static ovtest::TempDir tokens, none;
-    const ovtest::TempDir& dir = empty ? none : tokens;
-    mkdir(dir.file("tokens").c_str(), 0700);
-    ovtest::writeFile(dir.file("conf"), "directories.tokendir = " + dir.file("tokens") +
-                                            "\nobjectstore.backend = file\nlog.level = ERROR\n");
-    setenv("SOFTHSM2_CONF", dir.file("conf").c_str(), 1);
-}
+using namespace softhsm;
 
 // The handle of the private key for tests/data/pkcs11/<cert>.cert.der; 0: none.
 unsigned long findKey(ClsPkcs11& p, const std::string& cert, bool mustSign, int& keyType,
@@ -44,53 +31,9 @@ unsigned long findKey(ClsPkcs11& p, const std::string& cert, bool mustSign, int&
                                       keyType, sigSize, log);
 }
 
-// Fills the token store with what tests/data/pkcs11/make.sh lists. Returns what
-// failed, or "".
-std::string makeToken() {
-    useStore();
-    const std::string p11 = std::string("pkcs11-tool --module ") + kModule +
-                            " --token-label t --login --pin " + kPin + " --write-object ";
-    const char* const imports[][3] = {
-        {"rsa_cert.key", "privkey", "a1"}, {"rsa_cert.cert", "cert", "a1"},
-        {"rsa_key.key", "privkey", "b1"},  {"ec256_key.key", "privkey", "c1"},
-        {"ec256_key.pub", "pubkey", "c1"}, {"orphan.cert", "cert", "f1"}};
-    std::string cmd = std::string("softhsm2-util --init-token --free --label t --pin ") + kPin +
-                      " --so-pin " + kSoPin;
-    for (const auto& im : imports)
-        cmd += " && " + p11 + shq(ovtest::dataPath("pkcs11/") + im[0] + ".der") + " --type " +
-               im[1] + " --id " + im[2];
-    std::string out;
-    if (ovtest::run(cmd + " 2>&1", &out) != 0) return out;
-
-    // The tool marks every private key for signing; the module itself makes the
-    // EC key one that may not sign. The login of `finder` holds for every session
-    // of the process on the token.
-    LogTree log;
-    ClsPkcs11 finder;
-    Pkcs11Module module;
-    Pkcs11Session session;
-    CK_OBJECT_CLASS cls = CKO_PRIVATE_KEY;
-    CK_BYTE id = 0xc1;
-    CK_BBOOL no = CK_FALSE;
-    CK_ATTRIBUTE find[] = {{CKA_CLASS, &cls, sizeof cls}, {CKA_ID, &id, 1}},
-                 sign[] = {{CKA_SIGN, &no, sizeof no}};
-    std::vector<CK_OBJECT_HANDLE> keys;
-    if (!finder.loadModule(kModule, log) || !finder.openSession(-1, false, log) ||
-        !finder.login(ClsPkcs11::kUserNormal, kPin, log) || !module.load(kModule, log) ||
-        !session.open(module.functions(), finder.sessionSlotId(), true, log) ||
-        !session.findObjects(find, 2, keys, log) || keys.size() != 1 ||
-        module.functions()->C_SetAttributeValue(session.handle(), keys[0], sign, 1))
-        return "clearing CKA_SIGN failed " + log.text();
-    return "";
-}
-
 class Pkcs11Test : public ::testing::Test {
   protected:
-    void SetUp() override {
-        static const std::string error = makeToken();
-        useStore();
-        ASSERT_EQ(error, "") << "making the SoftHSM2 token";
-    }
+    void SetUp() override { requireToken(); }
 
     // Loads SoftHSM2 into p and opens a read-only session on the first initialised
     // token, which is the test token: the free slot beside it must be passed over.

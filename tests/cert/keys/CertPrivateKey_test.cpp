@@ -1,0 +1,289 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "cert/CertTestUtil.h"
+#include "support/json/ClsJsonObject.h"
+#include "support/pkcs11/ClsPkcs11.h"
+
+using certtest::CertRef;
+
+namespace {
+
+std::string sh(const std::string& cmd) {
+    std::string out;
+    EXPECT_EQ(ovtest::run(cmd, &out), 0) << cmd;
+    return out;
+}
+
+std::string certPath(const std::string& name) {
+    return ovtest::dataPath("cert/" + name);
+}
+
+// The key file's PKCS#8 DER as openssl writes it.
+std::string pkcs8Der(const std::string& keyFile) {
+    return sh("openssl pkcs8 -topk8 -nocrypt -outform DER -in " + ovtest::shq(certPath(keyFile)));
+}
+
+std::string crlf(std::string s) {
+    std::string out;
+    for (char c : s) {
+        if (c == '\n') out += '\r';
+        out += c;
+    }
+    return out;
+}
+
+DataBuffer bufferOf(const std::string& s) {
+    DataBuffer db;
+    db.append(s.data(), static_cast<unsigned>(s.size()));
+    return db;
+}
+
+}  // namespace
+
+// Every setter clears first, so a failed load leaves no key; the caller's input
+// is marked secret; what goes in comes out as openssl's PKCS#8.
+TEST(CertPrivateKey, SettersClearFirstAndExportWhatTheyLoaded) {
+    const std::string rsaPkcs8 = pkcs8Der("rsa.key");
+    enum How { Pem, Der, Obj };
+    struct Case {
+        const char* name;
+        How how;
+        std::string input;
+        bool loads;
+    } const cases[] = {
+        {"PEM", Pem, certtest::fixture("rsa.key"), true},
+        {"PEM beside a certificate", Pem, certtest::fixture("chain-key-middle.pem"), true},
+        {"PKCS#8 DER", Der, rsaPkcs8, true},
+        {"PKCS#1 DER", Der, sh("openssl rsa -outform DER -in " + ovtest::shq(certPath("rsa.key"))),
+         true},
+        {"key object", Obj, rsaPkcs8, true},
+        {"empty PEM", Pem, "", false},
+        {"empty DER", Der, "", false},
+        {"encrypted PEM", Pem, certtest::fixture("rsa-enc.key"), false},
+        {"not a key", Der, "\x30\x03\x02\x01\x01", false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        LogTree log;
+        CertRef cert(certtest::loadDer("rsa.der", log));
+        XString before(certtest::fixture("ec.key").c_str());
+        ASSERT_TRUE(cert && cert->setPrivateKeyPem(before, log)) << "a key to be replaced";
+        bool ok = false;
+        if (c.how == Pem) {
+            XString pem(c.input.c_str());
+            ok = cert->setPrivateKeyPem(pem, log);
+        } else if (c.how == Der) {
+            DataBuffer der = bufferOf(c.input);
+            ok = cert->setPrivateKeyDer2(der, log);
+            EXPECT_TRUE(der.isSecure());
+        } else {
+            _ovPublicKey key;
+            if (!c.input.empty()) ASSERT_TRUE(key.loadAnyDer(bufferOf(c.input), log));
+            ok = cert->setPrivateKeyFromObj(key, log);
+        }
+        EXPECT_EQ(ok, c.loads) << log.text();
+        EXPECT_EQ(cert->hasPrivateKeyDer(log), c.loads);
+        EXPECT_EQ(cert->hasPrivateKey(false, log), c.loads);
+
+        DataBuffer der;
+        bool viaToken = true;
+        ASSERT_TRUE(der.append("old", 3));
+        EXPECT_EQ(cert->getPrivateKeyAsDER(der, viaToken, log), c.loads);
+        EXPECT_FALSE(viaToken);
+        EXPECT_TRUE(der.isSecure());
+        EXPECT_EQ(ovtest::bytes(der), c.loads ? rsaPkcs8 : "") << "replaces, never appends";
+        DataBuffer der2;
+        EXPECT_EQ(cert->getPrivateKeyAsDER_noCryptoAPI(der2, log), c.loads);
+        EXPECT_EQ(ovtest::bytes(der2), ovtest::bytes(der));
+        StringBuffer pem("before\n");
+        EXPECT_EQ(cert->getPrivateKeyAsUnencryptedPEM_noCryptoAPI(pem, log), c.loads);
+        const std::string want =
+            c.loads
+                ? crlf(sh("openssl pkcs8 -topk8 -nocrypt -in " + ovtest::shq(certPath("rsa.key"))))
+                : "";
+        EXPECT_EQ(pem.getString(), "before\n" + want);
+    }
+}
+
+// Which key belongs to which certificate, decided from the DER. The compressed
+// encoding of the EC certificate's key must match by X and the parity of Y, and
+// the same X with the other parity must not.
+TEST(CertPrivateKey, KeyMatchesItsCertificateOnly) {
+    const std::string compressed = sh("openssl ec -conv_form compressed -outform DER -in " +
+                                      ovtest::shq(certPath("ec.key")) + " 2>/dev/null");
+    std::string otherParity = compressed;
+    ASSERT_GT(otherParity.size(), 33u);
+    otherParity[otherParity.size() - 33] ^= 1;  // 02 <-> 03 before the 32 bytes of X
+    using M = CertCore::KeyMatch;
+    struct Case {
+        const char* cert;
+        std::string keyDer;
+        M want;
+    } const cases[] = {
+        {"rsa.der", pkcs8Der("rsa.key"), M::Matches},
+        {"rsa.der", pkcs8Der("root.key"), M::Differs},
+        {"rsa.der", pkcs8Der("ec.key"), M::Differs},
+        {"ec.der", pkcs8Der("ec.key"), M::Matches},
+        {"ec.der", compressed, M::Matches},
+        {"ec.der", otherParity, M::Differs},
+        {"ec.der", pkcs8Der("inter.key"), M::Differs},
+        {"ed25519.der", pkcs8Der("ed25519.key"), M::Matches},
+        {"ed25519.der", pkcs8Der("rsa.key"), M::Differs},
+        {"rsa.der", "", M::NoKey},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.cert) + " #" + std::to_string(&c - cases));
+        LogTree log;
+        CertRef cert(certtest::loadDer(c.cert, log));
+        DataBuffer der = bufferOf(c.keyDer);
+        EXPECT_EQ(cert->setPrivateKeyDer2(der, log), !c.keyDer.empty()) << log.text();
+        EXPECT_EQ(cert->privateKeyMatchesCert(log), c.want);
+    }
+}
+
+// In-memory key, then cloud signer, then token: the first link present answers.
+// The token's answer is true even with nothing found (the signing code logs in
+// later); the cloud signer is a private copy.
+TEST(CertPrivateKey, WhichLinkAnswersAndWhatItLogs) {
+    const char* const cloud = "This certificate will utilize a cloud service for signing.";
+    const char* const onToken =
+        "This certificate is on a smart card or USB token and accessed via PKCS11.";
+    const char* const warn1 = "Warning: make sure to set the Cert.SmartCardPin prior to signing";
+    const char* const warn2 =
+        "w/ PKCS11, the private key handle can only be acquired in a PIN authenticated session.";
+    const char* const useToken = "Will use the existing PKCS11 session for private key operations.";
+    LogTree setup;
+    CertRef cert(certtest::loadDer("rsa.der", setup));
+    ClsPkcs11* session = ClsPkcs11::createNewCls();  // no module: nothing to log in to
+    ClsJsonObject* json = ClsJsonObject::createNewCls();
+    ASSERT_TRUE(session && json && json->updateString("service", "x", setup));
+    json->incRefCount();
+    session->incRefCount();
+
+    for (bool verbose : {false, true}) {
+        SCOPED_TRACE(verbose ? "verbose" : "quiet");
+        LogTree log;
+        log.verboseLogging = verbose;
+        EXPECT_FALSE(cert->hasPrivateKey(true, log));
+        DataBuffer der;
+        bool viaToken = true;
+        EXPECT_FALSE(cert->getPrivateKeyAsDER(der, viaToken, log) || viaToken);
+        std::string status = "absent";
+        log.findData("status", status);
+        EXPECT_EQ(status, verbose ? "false" : "absent");
+
+        // A token session without PIN: no login, the two warnings, true.
+        log.clearLog();
+        cert->linkToPkcs11Session(session, 0, 0, 0, log);
+        EXPECT_TRUE(cert->hasPrivateKey(false, log));
+        EXPECT_TRUE(log.hasInfo(warn1) && log.hasInfo(warn2)) << log.text();
+        EXPECT_EQ(log.hasInfo(onToken), verbose);
+        EXPECT_TRUE(log.hasContext("pkcs11_login_before_signing"));
+        EXPECT_FALSE(log.hasContext("pkcs11Login"));
+        log.clearLog();
+        EXPECT_FALSE(cert->hasPrivateKeyDer(log));
+        EXPECT_TRUE(log.hasInfo(useToken));
+        EXPECT_FALSE(log.findData("status", status)) << "no status on the token path";
+
+        // A cloud signer comes before the token and is the certificate's own copy.
+        log.clearLog();
+        EXPECT_TRUE(cert->setCloudSigner(*json, log));
+        ASSERT_TRUE(json->updateString("other", "y", setup));
+        EXPECT_EQ(cert->m_cloudSigner->get_Size(), 1);
+        EXPECT_TRUE(cert->hasPrivateKey(false, log));
+        EXPECT_EQ(log.hasInfo(cloud), verbose);
+        EXPECT_FALSE(log.hasInfo(warn1));
+
+        // An in-memory key comes first of all, silently.
+        log.clearLog();
+        XString pem(certtest::fixture("rsa.key").c_str());
+        ASSERT_TRUE(cert->setPrivateKeyPem(pem, log));
+        log.clearLog();
+        EXPECT_TRUE(cert->hasPrivateKey(false, log));
+        EXPECT_EQ(log.numEntries(), 0) << log.text();
+
+        // Undo: empty DER clears the key, an empty JSON the signer; unlinking
+        // releases the session's reference.
+        DataBuffer none;
+        EXPECT_FALSE(cert->setPrivateKeyDer2(none, log));
+        ClsJsonObject* empty = ClsJsonObject::createNewCls();
+        EXPECT_TRUE(cert->setCloudSigner(*empty, log));
+        EXPECT_EQ(cert->m_cloudSigner, nullptr);
+        RefCountedObject::release(empty);
+        json->clear();
+        ASSERT_TRUE(json->updateString("service", "x", setup));
+        cert->unlinkFromPkcs11Session();
+    }
+    EXPECT_EQ(session->getRefCount(), 1) << "every link was released";
+    session->decRefCount();
+    json->decRefCount();
+}
+
+// A known handle is never replaced through the same session; a new session
+// replaces it, even with 0. A non-zero key type fills the cache, which then
+// answers without looking at the certificate (an EC certificate reports RSA).
+TEST(CertPrivateKey, LinkingKeepsAKnownHandle) {
+    LogTree log;
+    CertRef cert(certtest::loadDer("ec.der", log));
+    ClsPkcs11* a = ClsPkcs11::createNewCls();
+    ClsPkcs11* b = ClsPkcs11::createNewCls();
+    a->incRefCount();
+    b->incRefCount();
+    struct Step {
+        ClsPkcs11* session;
+        int keyType;
+        unsigned long handle;
+        unsigned long wantHandle;
+    } const steps[] = {
+        {a, 0, 0, 0}, {a, 0, 7, 7}, {a, 0, 9, 7}, {b, 0, 0, 0}, {b, 1, 9, 9}, {a, 0, 5, 5},
+    };
+    for (const Step& s : steps) {
+        cert->linkToPkcs11Session(s.session, s.keyType, 256, s.handle, log);
+        EXPECT_EQ(cert->m_pkcs11PrivKeyHandle, s.wantHandle) << &s - steps;
+        EXPECT_EQ(cert->m_pkcs11, s.session);
+    }
+    EXPECT_EQ(a->getRefCount() + b->getRefCount(), 3);
+    cert->unlinkFromPkcs11Session();
+    EXPECT_EQ(cert->m_pkcs11PrivKeyHandle, 0u);
+    EXPECT_EQ(cert->m_expectedSigSize, 256) << "unlinking keeps the signature size";
+    log.clearLog();
+    int bits = 0;
+    EXPECT_EQ(cert->getCertKeyType(bits, log), 1);
+    EXPECT_FALSE(log.hasContext("getCertPublicKey"));
+    a->decRefCount();
+    b->decRefCount();
+}
+
+// A stale object answers false and touches neither the outputs nor the caller's
+// input; the PIN getter neither checks nor locks.
+TEST(CertPrivateKey, StaleObjectChangesNothing) {
+    LogTree log;
+    CertRef cert(certtest::loadDer("rsa.der", log));
+    XString pem(certtest::fixture("rsa.key").c_str());
+    ASSERT_TRUE(cert->setPrivateKeyPem(pem, log));
+    cert->m_smartCardPin.setFromUtf8("1234");
+    cert->m_magic = 0;
+    log.clearLog();
+    DataBuffer der = bufferOf("keep");
+    bool flag = true;
+    StringBuffer text("keep");
+    EXPECT_FALSE(cert->hasPrivateKey(true, log) || cert->hasPrivateKeyDer(log) ||
+                 cert->getPrivateKeyAsDER(der, flag, log) ||
+                 cert->getPrivateKeyAsDER_noCryptoAPI(der, log) ||
+                 cert->getPrivateKeyAsUnencryptedPEM_noCryptoAPI(text, log) ||
+                 cert->setPrivateKeyDer2(der, log) || cert->privateKeyNotExportable(log) ||
+                 cert->getMsPkInfo(log));
+    EXPECT_EQ(cert->privateKeyMatchesCert(log), CertCore::KeyMatch::NoKey);
+    EXPECT_EQ(ovtest::bytes(der), "keep");
+    EXPECT_FALSE(der.isSecure());
+    EXPECT_TRUE(flag);
+    EXPECT_STREQ(text.getString(), "keep");
+    XString pin;
+    EXPECT_TRUE(cert->getSmartCardPin(pin, log));
+    EXPECT_STREQ(pin.getUtf8(), "1234");
+    EXPECT_EQ(log.numEntries(), 0) << log.text();
+    cert->m_magic = CertCore::kMagic;
+    EXPECT_TRUE(cert->hasPrivateKeyDer(log)) << "the key survived";
+}

@@ -64,3 +64,8 @@ base64 -w 64 ec.der > ec.b64
 iconv -f ASCII -t UTF-16LE ec.b64 > ec-utf16le.b64
 printf '["%s","%s"]' "$(base64 -w 0 ec.der)" "$(base64 -w 0 rsa.der)" > ec-rsa.json
 rm -f ext.cnf
+
+# <name>.describe (kept: not removed above) is the descriptive JSON of each
+# certificate; after making the certificates again, rewrite them with
+#   OV_UPDATE_GOLDEN=1 build/ov_cert_tests --gtest_filter='CertDescribeJson.*'
+# and check the serials and dates against `openssl x509 -serial -dates`.

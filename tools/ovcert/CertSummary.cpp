@@ -91,10 +91,12 @@ ordered_json summarizeCert(CertCore& cert, const std::string& file, LogBase& log
     j["emailAddress"] = textOrNull(hasEmail && !email.isEmpty(), email.getUtf8());
     j["isEu"] = cert.is_country_eu(quiet);
 
-    // Answered once the revocation and key-association operations exist.
+    // Answered once the revocation operations exist.
     j["ocspUrl"] = nullptr;
     j["crlDistPoint"] = nullptr;
-    j["hasPrivateKey"] = nullptr;
+    // With a linked token this logs in and looks the key up: its lines belong
+    // in the log the tool shows.
+    j["hasPrivateKey"] = cert.hasPrivateKey(false, log);
     return j;
 }
 
@@ -128,5 +130,11 @@ std::string summaryText(const ordered_json& s) {
     line("Subject key:", str(s["subjectKeyId"]));
     line("E-mail:", str(s["emailAddress"]));
     line("EU country:", str(s["isEu"]));
+    line("Private key:", str(s["hasPrivateKey"]));
+    if (s.contains("privateKeyMatches"))
+        line("Key matches:",
+             s["privateKeyMatches"].is_null() ? "undecided" : str(s["privateKeyMatches"]));
+    if (s.contains("tokenKeyHandleFound"))
+        line("Token key:", s["tokenKeyHandleFound"].get<bool>() ? "found" : "not found");
     return out;
 }

@@ -1,7 +1,8 @@
 // ovcert: the command-line face of the certificate component.
 //
-//   ovcert inspect [--json] [--log] [--verbose] FILE...   (FILE may be -)
+//   ovcert inspect [--json] [--log] [--verbose] [KEY OPTIONS] FILE...   (FILE may be -)
 //   ovcert convert FILE --to der|pem|pkipath [-o OUT] [--log] [--verbose]
+//   ovcert describe [--log] [--verbose] FILE...
 //
 // A thin layer: loading goes through the component's format detection, and
 // every answer comes from one of its operations.
@@ -17,6 +18,8 @@
 #include "cert/CertCore.h"
 #include "support/store/SystemCerts.h"
 #include "tools/ovcert/CertSummary.h"
+#include "tools/ovcert/Describe.h"
+#include "tools/ovcert/KeySources.h"
 
 namespace {
 
@@ -24,6 +27,13 @@ const char kUsage[] =
     "usage:\n"
     "  ovcert inspect [--json] [--log] [--verbose] FILE...\n"
     "  ovcert convert FILE --to der|pem|pkipath [-o OUT] [--log] [--verbose]\n"
+    "  ovcert describe [--log] [--verbose] FILE...\n"
+    "key options of inspect (attach a private key to the first certificate):\n"
+    "  --key KEYFILE [--pass-env VAR]   PEM or DER; an encrypted key's password from\n"
+    "                                   the variable VAR, else asked on the terminal\n"
+    "  --pkcs11 MODULE [--slot N] --pin-env VAR\n"
+    "                                   log in to the token with the PIN in VAR and\n"
+    "                                   look for the certificate's key there\n"
     "FILE may be - for standard input. Any form loads: DER, PEM (also bundles\n"
     "with keys), PKCS#7, base64, UTF-16LE base64, a JSON array of base64.\n";
 
@@ -34,6 +44,7 @@ struct Options {
     std::string to;
     std::string out;
     std::vector<std::string> files;
+    KeyOptions keys;
 };
 
 bool parseArgs(int argc, char** argv, int start, Options& o) {
@@ -47,6 +58,20 @@ bool parseArgs(int argc, char** argv, int start, Options& o) {
             o.verbose = true;
         } else if ((a == "--to" || a == "-o") && i + 1 < argc) {
             (a == "--to" ? o.to : o.out) = argv[++i];
+        } else if ((a == "--key" || a == "--pass-env" || a == "--pkcs11" || a == "--pin-env") &&
+                   i + 1 < argc) {
+            std::string& dst = a == "--key"        ? o.keys.keyFile
+                               : a == "--pass-env" ? o.keys.passEnv
+                               : a == "--pkcs11"   ? o.keys.module
+                                                   : o.keys.pinEnv;
+            dst = argv[++i];
+        } else if (a == "--slot" && i + 1 < argc) {
+            char* end = nullptr;
+            o.keys.slot = strtol(argv[++i], &end, 10);
+            if (!*argv[i] || *end || o.keys.slot < 0) {
+                fprintf(stderr, "ovcert: --slot takes a slot number\n");
+                return false;
+            }
         } else if (a.size() > 1 && a[0] == '-' && a != "-") {
             fprintf(stderr, "ovcert: unknown option %s\n", a.c_str());
             return false;
@@ -71,7 +96,7 @@ CertCore* loadInput(const std::string& file, SystemCerts* store, LogBase& log) {
 }
 
 int inspect(const Options& o) {
-    if (o.files.empty()) {
+    if (o.files.empty() || (!o.keys.module.empty() && o.keys.pinEnv.empty())) {
         fputs(kUsage, stderr);
         return 2;
     }
@@ -92,10 +117,18 @@ int inspect(const Options& o) {
             continue;
         }
         cert->incRefCount();
+        KeySources keys(*cert, o.keys);
+        std::string keyError;
+        if (!keys.attach(log, keyError)) {
+            fprintf(stderr, "ovcert: %s\n", keyError.c_str());
+            printLog(log);
+            status = 1;
+        }
         std::vector<CertCore*> all{cert};
         for (int i = 0; i < store->numCerts(); ++i) all.push_back(store->certAt(i));
         for (CertCore* c : all) {
             auto s = summarizeCert(*c, file, log);
+            if (c == cert) keys.report(s);
             if (o.json)
                 printf("%s\n", s.dump(tty ? 2 : -1).c_str());
             else
@@ -157,6 +190,11 @@ int main(int argc, char** argv) {
     std::string cmd = argv[1];
     if (cmd == "inspect") return inspect(o);
     if (cmd == "convert") return convert(o);
+    if (cmd == "describe") {
+        const int st = runDescribe(o.files, o.showLog, o.verbose);
+        if (st == 2) fputs(kUsage, stderr);
+        return st;
+    }
     fprintf(stderr, "ovcert: unknown command %s\n", cmd.c_str());
     fputs(kUsage, stderr);
     return 2;

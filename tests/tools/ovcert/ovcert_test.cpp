@@ -118,7 +118,7 @@ TEST(OvcertInspect, JsonAgreesWithOpenssl) {
         std::string ski = extHex(f, "subjectKeyIdentifier");
         EXPECT_EQ(j["subjectKeyId"].is_null() ? "" : j["subjectKeyId"].get<std::string>(), ski);
         EXPECT_TRUE(j["ocspUrl"].is_null());
-        EXPECT_TRUE(j["hasPrivateKey"].is_null());
+        EXPECT_EQ(j["hasPrivateKey"], false);
     }
 }
 
@@ -145,6 +145,8 @@ TEST(OvcertInspect, KeyTypesAndBundles) {
     }
     ASSERT_EQ(objs.size(), 3u);
     EXPECT_EQ(objs[0]["subject"]["CN"], "rsa.example.test");
+    EXPECT_EQ(objs[0]["hasPrivateKey"], true);
+    EXPECT_EQ(objs[1]["hasPrivateKey"], false);
 }
 
 TEST(OvcertInspect, StandardInputAndFailures) {

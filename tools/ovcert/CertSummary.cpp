@@ -29,10 +29,11 @@ ordered_json nameParts(CertCore& cert, bool subject, LogBase& log) {
 
 }  // namespace
 
-ordered_json summarizeCert(CertCore& cert, const std::string& file, LogBase& log) {
+CertSummary summarizeCert(CertCore& cert, const std::string& file, LogBase& log) {
     // Absent parts are expected; their log lines are not news to the user.
     LogNull quiet(log);
-    ordered_json j;
+    CertSummary summary;
+    ordered_json& j = summary.json;
     j["file"] = file;
 
     XString subject, issuer;
@@ -97,10 +98,11 @@ ordered_json summarizeCert(CertCore& cert, const std::string& file, LogBase& log
     // With a linked token this logs in and looks the key up: its lines belong
     // in the log the tool shows.
     j["hasPrivateKey"] = cert.hasPrivateKey(false, log);
-    return j;
+    return summary;
 }
 
-std::string summaryText(const ordered_json& s) {
+std::string summaryText(const CertSummary& summary) {
+    const ordered_json& s = summary.json;
     std::string out;
     auto line = [&out](const char* label, const std::string& value) {
         std::string l = label;
@@ -131,10 +133,6 @@ std::string summaryText(const ordered_json& s) {
     line("E-mail:", str(s["emailAddress"]));
     line("EU country:", str(s["isEu"]));
     line("Private key:", str(s["hasPrivateKey"]));
-    if (s.contains("privateKeyMatches"))
-        line("Key matches:",
-             s["privateKeyMatches"].is_null() ? "undecided" : str(s["privateKeyMatches"]));
-    if (s.contains("tokenKeyHandleFound"))
-        line("Token key:", s["tokenKeyHandleFound"].get<bool>() ? "found" : "not found");
+    for (const auto& [label, value] : summary.extraText) line(label.c_str(), value);
     return out;
 }

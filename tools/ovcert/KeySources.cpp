@@ -147,22 +147,31 @@ bool KeySources::attachToken(LogBase& log, std::string& error) {
     return true;
 }
 
-void KeySources::report(nlohmann::ordered_json& summary) {
+void KeySources::report(CertSummary& summary) {
     LogNull quiet;
     if (!m_opts.keyFile.empty()) {
+        const char* text = nullptr;
         switch (m_cert.privateKeyMatchesCert(quiet)) {
             case CertCore::KeyMatch::Matches:
-                summary["privateKeyMatches"] = true;
+                summary.json["privateKeyMatches"] = true;
+                text = "yes";
                 break;
             case CertCore::KeyMatch::Differs:
-                summary["privateKeyMatches"] = false;
+                summary.json["privateKeyMatches"] = false;
+                text = "no";
                 break;
             case CertCore::KeyMatch::Undecided:
-                summary["privateKeyMatches"] = nullptr;
+                summary.json["privateKeyMatches"] = nullptr;
+                text = "undecided";
                 break;
             case CertCore::KeyMatch::NoKey:
                 break;  // hasPrivateKey already says false
         }
+        if (text) summary.extraText.emplace_back("Key matches:", text);
     }
-    if (m_session) summary["tokenKeyHandleFound"] = m_cert.m_pkcs11PrivKeyHandle != 0;
+    if (m_session) {
+        const bool found = m_cert.m_pkcs11PrivKeyHandle != 0;
+        summary.json["tokenKeyHandleFound"] = found;
+        summary.extraText.emplace_back("Token key:", found ? "handle found" : "no handle found");
+    }
 }

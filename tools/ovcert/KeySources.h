@@ -5,8 +5,9 @@
 // terminal prompt, live in wiped buffers, and never reach the output or a log.
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <string>
+
+#include "tools/ovcert/CertSummary.h"
 
 class CertCore;
 class ClsPkcs11;
@@ -38,8 +39,8 @@ class KeySources {
     // Adds what the sources found to an inspection's summary (after the
     // certificate's hasPrivateKey has run): "privateKeyMatches" (true, false,
     // or null when undecided; absent when no key was loaded) with --key,
-    // "tokenKeyHandleFound" with --pkcs11.
-    void report(nlohmann::ordered_json& summary);
+    // "tokenKeyHandleFound" with --pkcs11; each with a text line.
+    void report(CertSummary& summary);
 
   private:
     bool attachKeyFile(LogBase& log, std::string& error);

@@ -100,6 +100,11 @@ TEST_F(CertTokenKey, RightPinLogsInAndLinksTheHandle) {
     cert->linkToPkcs11Session(s.p, 0, 0, handle + 1000, log);
     EXPECT_EQ(cert->m_pkcs11PrivKeyHandle, handle);
     cert->unlinkFromPkcs11Session();
+    EXPECT_EQ(cert->m_pkcs11PrivKeyHandle, 0u);
+    cert->linkToPkcs11Session(s.p, 0, 0, handle + 1000, log);
+    EXPECT_EQ(cert->m_pkcs11PrivKeyHandle, handle + 1000) << "a new link takes its handle";
+    cert->unlinkFromPkcs11Session();
+    EXPECT_EQ(s.p->getRefCount(), 1) << "every link was released";
 }
 
 // A wrong PIN, or a session already logged in (deliberately no search then),

@@ -2,6 +2,7 @@
 //
 //   ovcert inspect [--json] [--log] [--verbose] FILE...   (FILE may be -)
 //   ovcert convert FILE --to der|pem|pkipath [-o OUT] [--log] [--verbose]
+//   ovcert crl URL|FILE [--cache DIR] [--issuer FILE] [--serial HEX] [--list] [--json]
 //
 // A thin layer: loading goes through the component's format detection, and
 // every answer comes from one of its operations.
@@ -17,6 +18,7 @@
 #include "cert/CertCore.h"
 #include "support/store/SystemCerts.h"
 #include "tools/ovcert/CertSummary.h"
+#include "tools/ovcert/CrlCommand.h"
 
 namespace {
 
@@ -24,6 +26,7 @@ const char kUsage[] =
     "usage:\n"
     "  ovcert inspect [--json] [--log] [--verbose] FILE...\n"
     "  ovcert convert FILE --to der|pem|pkipath [-o OUT] [--log] [--verbose]\n"
+    "  ovcert crl URL|FILE [--cache DIR] [--issuer FILE] [--serial HEX] [--list] [--json]\n"
     "FILE may be - for standard input. Any form loads: DER, PEM (also bundles\n"
     "with keys), PKCS#7, base64, UTF-16LE base64, a JSON array of base64.\n";
 
@@ -152,9 +155,10 @@ int main(int argc, char** argv) {
         fputs(kUsage, argc < 2 ? stderr : stdout);
         return argc < 2 ? 2 : 0;
     }
+    std::string cmd = argv[1];
+    if (cmd == "crl") return crlCommand(argc - 2, argv + 2);
     Options o;
     if (!parseArgs(argc, argv, 2, o)) return 2;
-    std::string cmd = argv[1];
     if (cmd == "inspect") return inspect(o);
     if (cmd == "convert") return convert(o);
     fprintf(stderr, "ovcert: unknown command %s\n", cmd.c_str());

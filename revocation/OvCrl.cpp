@@ -65,6 +65,11 @@ bool _ovCrl::failLoad(int errorNum, LogBase& log) {
 }
 
 bool _ovCrl::loadCrlDer(const DataBuffer& der, LogBase& log) {
+    if (&der == &m_der) {
+        // Reloading our own bytes: the reset below would empty them first.
+        DataBuffer copy(der);
+        return loadCrlDer(copy, log);
+    }
     LogContextExitor ctx(log, "loadCrlDer");
     ClsXml* xmlObj = ClsXml::createNewCls();
     if (!xmlObj) return false;

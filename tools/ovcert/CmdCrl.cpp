@@ -1,4 +1,4 @@
-#include "tools/ovcert/CrlCommand.h"
+#include "tools/ovcert/CmdCrl.h"
 
 #include <unistd.h>
 
@@ -17,25 +17,46 @@
 #include "support/base/ProgressEvent.h"
 #include "support/net/ClsHttp.h"
 #include "support/x509/X509Name.h"
+#include "tools/ovcert/Shared.h"
 
 namespace {
 
 using json = nlohmann::ordered_json;
 
-const char kUsage[] =
-    "usage: ovcert crl URL|FILE [--cache DIR] [--issuer FILE] [--serial HEX] [--list] [--json]\n"
-    "                           [--log]\n"
-    "A URL (http or https) is downloaded, through the cache directory when one is\n"
-    "given; a FILE holds the CRL as DER or PEM.\n";
+int run(int argc, char** argv);
 
-struct Options {
-    std::string source, cache, issuer, serial;
-    bool list = false, json = false, showLog = false;
+}  // namespace
+
+const Command kCrlCommand = {
+    "crl",
+    "what a CRL says, from a file or a URL (cached), and whether a serial is listed",
+    "usage: ovcert crl URL|FILE [--cache DIR] [--issuer FILE] [--serial HEX] [--list]\n"
+    "                           [--json] [--log]\n"
+    "\n"
+    "A URL (http or https) is downloaded, answered from the cache directory DIR\n"
+    "when it holds the URL's file, and stored there otherwise; FILE (- for\n"
+    "standard input) holds the CRL as DER or PEM. Prints the issuer, thisUpdate,\n"
+    "nextUpdate, CRL number, entry count and the signature check against the\n"
+    "issuer certificate in FILE (\"unchecked\" without --issuer); --serial HEX\n"
+    "says whether that serial is listed, with its date and reason; --list prints\n"
+    "every entry.\n",
+    run,
 };
 
-bool parse(int argc, char** argv, Options& o) {
-    for (int i = 0; i < argc; ++i) {
+namespace {
+
+using json = nlohmann::ordered_json;
+
+struct Options {
+    CommonOptions common;
+    std::string source, cache, issuer, serial;
+    bool list = false, json = false;
+};
+
+int parseOptions(int argc, char** argv, Options& o) {
+    for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
+        if (takeCommonOption(a, o.common)) continue;
         bool hasValue = i + 1 < argc;
         if (a == "--cache" && hasValue) {
             o.cache = argv[++i];
@@ -47,18 +68,17 @@ bool parse(int argc, char** argv, Options& o) {
             o.list = true;
         } else if (a == "--json") {
             o.json = true;
-        } else if (a == "--log") {
-            o.showLog = true;
-        } else if (a.size() > 1 && a[0] == '-') {
-            fprintf(stderr, "ovcert: unknown option %s\n", a.c_str());
-            return false;
+        } else if (isOption(a)) {
+            return usageError(kCrlCommand, "unknown option " + a);
         } else if (o.source.empty()) {
             o.source = a;
         } else {
-            return false;
+            return usageError(kCrlCommand, "give exactly one URL or FILE");
         }
     }
-    return !o.source.empty();
+    if (o.common.help) return kExitOk;
+    if (o.source.empty()) return usageError(kCrlCommand, "give a URL or FILE");
+    return kExitOk;
 }
 
 // A bar on standard error while a download with a known size runs, drawn
@@ -102,7 +122,11 @@ void pemToDer(DataBuffer& bytes) {
 
 bool fetch(const Options& o, DataBuffer& der, LogBase& log) {
     if (!isUrl(o.source)) {
-        if (!der.loadFileUtf8(o.source.c_str(), &log)) return false;
+        std::string why;
+        if (!readInput(o.source, der, why)) {
+            log.logError(why.c_str());
+            return false;
+        }
         pemToDer(der);
         return true;
     }
@@ -245,15 +269,14 @@ void printText(const json& j) {
     }
 }
 
-}  // namespace
-
-int crlCommand(int argc, char** argv) {
+int run(int argc, char** argv) {
     Options o;
-    if (!parse(argc, argv, o)) {
-        fputs(kUsage, stderr);
-        return 2;
-    }
+    int st = parseOptions(argc, argv, o);
+    if (st != kExitOk) return st;
+    if (o.common.help) return printUsage(kCrlCommand);
+
     LogTree log;
+    log.verboseLogging = o.common.verbose ? 1 : 0;
     DataBuffer der;
     json j;
     bool ok = fetch(o, der, log);
@@ -267,13 +290,15 @@ int crlCommand(int argc, char** argv) {
     ok = ok && summarize(o, cl, j, log);
     if (!ok) {
         fprintf(stderr, "ovcert: %s: no CRL could be read from it\n", o.source.c_str());
-        fputs(log.text().c_str(), stderr);
-        return 1;
+        printLog(log);
+        return kExitFailed;
     }
     if (o.json)
         printf("%s\n", j.dump(isatty(STDOUT_FILENO) ? 2 : -1).c_str());
     else
         printText(j);
-    if (o.showLog) fputs(log.text().c_str(), stderr);
-    return 0;
+    if (o.common.showLog) printLog(log);
+    return kExitOk;
 }
+
+}  // namespace

@@ -475,6 +475,23 @@ TEST(OvcertInspect, ChainTree) {
         std::string path = ovtest::dataPath(c.file);
         EXPECT_EQ(ovcert("inspect --chain " + shq(path)), path + ": " + c.tree);
     }
+    // Cross-certified CAs (A issued by B, B by A) under a leaf: the walk stops
+    // where it comes round again.
+    ovtest::TempDir dir;
+    std::string script =
+        "cd " + shq(dir.path()) +
+        " && ec='-newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes'"
+        " && for n in A B L; do openssl req -new $ec -keyout k$n -subj /CN=$n -out $n.csr &&"
+        " openssl req -x509 -new -key k$n -subj /CN=$n -out $n.self; done"
+        " && openssl x509 -req -in A.csr -CA B.self -CAkey kB -out A.pem"
+        " && openssl x509 -req -in B.csr -CA A.self -CAkey kA -out B.pem"
+        " && openssl x509 -req -in L.csr -CA A.self -CAkey kA -out L.pem"
+        " && cat L.pem A.pem B.pem > all.pem";
+    ASSERT_EQ(run(script), 0);
+    EXPECT_EQ(ovcert("inspect --chain " + shq(dir.file("all.pem"))),
+              dir.file("all.pem") +
+                  ": 3 certificates\nCN=L\n└─ CN=A\n   └─ CN=B\n      └─ CN=A  (shown above)\n");
+
     json doc = json::parse(
         ovcert("inspect --json --chain " + shq(ovtest::dataPath("cert/chain-key-middle.pem"))));
     std::vector<json> issuers;

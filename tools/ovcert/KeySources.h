@@ -42,6 +42,8 @@ class KeySources {
     // "tokenKeyHandleFound" with --pkcs11; each with a text line.
     void report(CertSummary& summary);
 
+    CertCore* certificate() const { return &m_cert; }
+
   private:
     bool attachKeyFile(LogBase& log, std::string& error);
     bool attachToken(LogBase& log, std::string& error);

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "tools/ovcert/CmdConvert.h"
+#include "tools/ovcert/CmdCrl.h"
 #include "tools/ovcert/CmdDescribe.h"
 #include "tools/ovcert/CmdInspect.h"
 #include "tools/ovcert/Command.h"
@@ -23,6 +24,7 @@ const Command* const kCommands[] = {
     &kInspectCommand,
     &kConvertCommand,
     &kDescribeCommand,
+    &kCrlCommand,
 };
 
 const char kExitStatuses[] =

@@ -215,24 +215,3 @@ TEST(CertPrivateKey, WhichLinkAnswersAndWhatItLogs) {
     session->decRefCount();
     json->decRefCount();
 }
-
-// A stale object answers false and touches neither the outputs nor the
-// caller's input.
-TEST(CertPrivateKey, StaleObjectChangesNothing) {
-    LogTree log;
-    CertRef cert(certtest::loadDer("rsa.der", log));
-    XString pem(certtest::fixture("rsa.key").c_str());
-    ASSERT_TRUE(cert->setPrivateKeyPem(pem, log));
-    cert->m_magic = 0;
-    DataBuffer der = bufferOf("keep");
-    bool flag = true;
-    StringBuffer text("keep");
-    EXPECT_FALSE(cert->hasPrivateKey(true, log) || cert->hasPrivateKeyDer(log) ||
-                 cert->getPrivateKeyAsDER(der, flag, log) ||
-                 cert->getPrivateKeyAsUnencryptedPEM_noCryptoAPI(text, log) ||
-                 cert->setPrivateKeyDer2(der, log) || !flag);
-    EXPECT_EQ(ovtest::bytes(der) + text.getString(), "keepkeep");
-    EXPECT_FALSE(der.isSecure());
-    cert->m_magic = CertCore::kMagic;
-    EXPECT_TRUE(cert->hasPrivateKeyDer(log)) << "the key survived";
-}

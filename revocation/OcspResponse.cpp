@@ -83,7 +83,7 @@ bool OcspResponse::load(const unsigned char* p, size_t n, LogBase& log) {
     DerInput status;
     bool hasBytes = false;
     if (!top.readSequence(&resp) || top.hasMore() || !resp.read(der::kEnumerated, &status) ||
-        status.size() != 1 || status[0] > 6)
+        status.size() != 1 || !statusName(status[0]))
         return fail("The data is not an OCSP response.", log);
     m_status = status[0];
     DerInput bytesEl;

@@ -64,6 +64,9 @@ class OcspResponse {
     bool hasBasic() const { return m_hasBasic; }
     std::string producedAt() const { return m_producedAt; }
     const std::vector<OcspSingle>& responses() const { return m_singles; }
+    // The certificates the response carries (certs [0]), each a whole DER
+    // Certificate element; unchecked.
+    const std::vector<DerInput>& certs() const { return m_certs; }
 
     // The SingleResponse for the CertID that was asked (SHA-1 hashes and the
     // serial all equal), or null.

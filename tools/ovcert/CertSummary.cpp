@@ -91,9 +91,10 @@ ordered_json summarizeCert(CertCore& cert, const std::string& file, LogBase& log
     j["emailAddress"] = textOrNull(hasEmail && !email.isEmpty(), email.getUtf8());
     j["isEu"] = cert.is_country_eu(quiet);
 
-    // Answered once the revocation and key-association operations exist.
-    j["ocspUrl"] = nullptr;
-    j["crlDistPoint"] = nullptr;
+    StringBuffer ocspUrl, crlUrl;
+    j["ocspUrl"] = textOrNull(cert.getOcspUrl(ocspUrl, quiet), ocspUrl.getString());
+    j["crlDistPoint"] = textOrNull(cert.getCrlDistPoint(crlUrl, quiet), crlUrl.getString());
+    // Answered once the key-association operations exist.
     j["hasPrivateKey"] = nullptr;
     return j;
 }
@@ -126,6 +127,8 @@ std::string summaryText(const ordered_json& s) {
     line("Key usage byte:", str(s["intendedKeyUsage"]));
     line("Authority key:", str(s["authorityKeyId"]));
     line("Subject key:", str(s["subjectKeyId"]));
+    line("OCSP:", str(s["ocspUrl"]));
+    line("CRL:", str(s["crlDistPoint"]));
     line("E-mail:", str(s["emailAddress"]));
     line("EU country:", str(s["isEu"]));
     return out;

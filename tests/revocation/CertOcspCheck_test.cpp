@@ -13,6 +13,7 @@
 #include <string>
 
 #include "OcspTestPki.h"
+#include "cert/CertTestUtil.h"
 #include "revocation/OcspResponse.h"
 #include "revocation/RevocationReason.h"
 #include "support/net/ClsHttp.h"
@@ -27,6 +28,12 @@ using revocation::OcspSingle;
 namespace {
 
 using ocsptest::pki;
+
+// A certificate of the PKI by name ("ca", "good", ...), count 0.
+CertCore* load(const std::string& name) {
+    LogNull log;
+    return CertCore::createFromFile2(pki().file(name + ".pem").c_str(), nullptr, log);
+}
 
 // "Nov 24 12:45:00 2026 GMT" as RFC 3339.
 std::string rfc3339(const std::string& t) {
@@ -76,7 +83,7 @@ class CertOcspCheck : public ::testing::Test {
         m_store = new SystemCerts();
         m_store->incRefCount();
         LogNull quiet;
-        CertRef ca(pki().load("ca"));
+        CertRef ca(load("ca"));
         ASSERT_TRUE(ca && m_store->addCertificate(ca.get(), quiet));
         m_ca = m_store->certAt(0);
     }
@@ -84,7 +91,7 @@ class CertOcspCheck : public ::testing::Test {
 
     // Asks about the leaf; the response is kept in m_resp and resp.der.
     bool check(const std::string& url, const std::string& leaf, LogTree& log) {
-        CertRef cert(pki().load(leaf));
+        CertRef cert(load(leaf));
         m_der.clear();
         return cert &&
                cert->doOcspCheck(m_http, url.c_str(), *m_store, m_der, m_sent, log, nullptr) &&
@@ -194,10 +201,10 @@ TEST_F(CertOcspCheck, SilentResponderHitsTheTimeout) {
 }
 
 TEST_F(CertOcspCheck, IssuerIsItselfOrAVerifiedStoreEntry) {
-    CertRef ca(pki().load("ca")), good(pki().load("good"));
+    CertRef ca(load("ca")), good(load("good"));
     SystemCerts empty, rogueOnly;
     LogTree log;
-    CertRef rogue(pki().load("rogue"));
+    CertRef rogue(load("rogue"));
     ASSERT_TRUE(rogueOnly.addCertificate(rogue.get(), log));
     EXPECT_EQ(ca.get(), ca->findIssuerCertificate(empty, log));
     EXPECT_EQ(m_ca, good->findIssuerCertificate(*m_store, log));

@@ -1,6 +1,7 @@
 // A small PKI made with the openssl command line for the OCSP tests: an EC
 // root, leaves it issued (good and revoked in the responder's index, and an
-// expired one the index does not know), a delegated responder with
+// expired one the index does not know), the leaves naming a responder and a
+// CRL on the discard port, where nothing answers, a delegated responder with
 // id-kp-OCSPSigning, a CA-issued certificate without it, and a rogue root with
 // the real root's name but another key. Responders are `openssl ocsp` on a
 // loopback port.
@@ -10,7 +11,6 @@
 
 #include <string>
 
-#include "cert/CertTestUtil.h"
 #include "support/net/PeerProcess.h"
 #include "support_common/TestUtil.h"
 
@@ -25,7 +25,8 @@ openssl req -x509 $ec -keyout ca.key -out ca.pem -subj /CN=Root -days 3650 \
   -addext basicConstraints=critical,CA:true
 openssl req -x509 $ec -keyout rogue.key -out rogue.pem -subj /CN=Root -days 3650
 printf 'extendedKeyUsage=OCSPSigning\n' > ocsp.ext
-printf 'extendedKeyUsage=serverAuth\n' > tls.ext
+printf 'extendedKeyUsage=serverAuth\nauthorityInfoAccess=OCSP;URI:%s\ncrlDistributionPoints=URI:%s\n' \
+  http://127.0.0.1:9/ocsp http://127.0.0.1:9/root.crl > tls.ext
 for l in good:0xC0FFEE:tls revoked:0x1002:tls delegate:0x77:ocsp plain:0x78:tls; do
   n=${l%%:*}; r=${l#*:}
   openssl req $ec -keyout $n.key -out $n.csr -subj /CN=$n
@@ -49,12 +50,6 @@ printf 'R\t351231235959Z\t240101000000Z,keyCompromise\t1002\tunknown\t/CN=revoke
 
     bool sh(const std::string& cmd, std::string* out = nullptr) const {
         return ovtest::run("cd " + ovtest::shq(m_dir.path()) + " && " + cmd + " 2>&1", out) == 0;
-    }
-
-    // A certificate of the PKI by name ("ca", "good", ...), count 0.
-    CertCore* load(const std::string& name) const {
-        LogNull log;
-        return CertCore::createFromFile2(file(name + ".pem").c_str(), nullptr, log);
     }
 
     // Starts a responder over the index signed by signer ("ca", "delegate",

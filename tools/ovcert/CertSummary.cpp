@@ -92,8 +92,10 @@ ordered_json summarizeCert(CertCore& cert, const std::string& file, LogBase& log
     j["isEu"] = cert.is_country_eu(quiet);
 
     StringBuffer ocspUrl, crlUrl;
-    j["ocspUrl"] = textOrNull(cert.getOcspUrl(ocspUrl, quiet), ocspUrl.getString());
-    j["crlDistPoint"] = textOrNull(cert.getCrlDistPoint(crlUrl, quiet), crlUrl.getString());
+    bool hasOcsp = cert.getOcspUrl(ocspUrl, quiet);
+    bool hasCrl = cert.getCrlDistPoint(crlUrl, quiet);
+    j["ocspUrl"] = textOrNull(hasOcsp, ocspUrl.getString());
+    j["crlDistPoint"] = textOrNull(hasCrl, crlUrl.getString());
     // Answered once the key-association operations exist.
     j["hasPrivateKey"] = nullptr;
     return j;

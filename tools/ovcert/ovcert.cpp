@@ -17,6 +17,7 @@
 #include "cert/CertCore.h"
 #include "support/store/SystemCerts.h"
 #include "tools/ovcert/CertSummary.h"
+#include "tools/ovcert/CmdOcsp.h"
 
 namespace {
 
@@ -24,6 +25,8 @@ const char kUsage[] =
     "usage:\n"
     "  ovcert inspect [--json] [--log] [--verbose] FILE...\n"
     "  ovcert convert FILE --to der|pem|pkipath [-o OUT] [--log] [--verbose]\n"
+    "  ovcert ocsp CERT [--issuer FILE] [--url URL] [--json] [--log] [--verbose]\n"
+    "  ovcert ocsp --respin FILE [--issuer FILE] [--json] [--log] [--verbose]\n"
     "FILE may be - for standard input. Any form loads: DER, PEM (also bundles\n"
     "with keys), PKCS#7, base64, UTF-16LE base64, a JSON array of base64.\n";
 
@@ -152,6 +155,7 @@ int main(int argc, char** argv) {
         fputs(kUsage, argc < 2 ? stderr : stdout);
         return argc < 2 ? 2 : 0;
     }
+    if (!strcmp(argv[1], "ocsp")) return runOcspCommand(argc - 1, argv + 1);
     Options o;
     if (!parseArgs(argc, argv, 2, o)) return 2;
     std::string cmd = argv[1];

@@ -2,7 +2,10 @@
 // makes with hand-built extension values (the odd shapes no CA tool writes).
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "cert/CertTestUtil.h"
 #include "support/base/StringBuffer.h"
@@ -168,4 +171,24 @@ TEST(CertRevocationPointers, KnownNonRespondingResponders) {
         EXPECT_EQ(c.known, cert.isNonRespondingOcspUrl(url, log));
         EXPECT_EQ(c.known, log.hasError(err));
     }
+}
+
+// Readers of one certificate on several threads (run under ThreadSanitizer too).
+TEST(CertRevocationPointersConcurrency, ReadersShareOneCertificate) {
+    CertRef cert(certWith(kCrlDp, dps({cat({uri("ldap://a"), uri("http://h/c.crl")})})));
+    ASSERT_TRUE(cert);
+    std::vector<std::thread> threads;
+    std::atomic<int> wrong{0};
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 200; ++i) {
+                StringBuffer crl, ocsp, known("http://r3.o.lencr.org");
+                LogNull log;
+                if (!cert->getCrlDistPoint(crl, log) || !crl.equals("http://h/c.crl") ||
+                    cert->getOcspUrl(ocsp, log) || !cert->isNonRespondingOcspUrl(known, log))
+                    ++wrong;
+            }
+        });
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(0, wrong.load());
 }

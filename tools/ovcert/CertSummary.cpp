@@ -29,10 +29,11 @@ ordered_json nameParts(CertCore& cert, bool subject, LogBase& log) {
 
 }  // namespace
 
-ordered_json summarizeCert(CertCore& cert, const std::string& file, LogBase& log) {
+CertSummary summarizeCert(CertCore& cert, const std::string& file, LogBase& log) {
     // Absent parts are expected; their log lines are not news to the user.
     LogNull quiet(log);
-    ordered_json j;
+    CertSummary summary;
+    ordered_json& j = summary.json;
     j["file"] = file;
 
     XString subject, issuer;
@@ -98,10 +99,11 @@ ordered_json summarizeCert(CertCore& cert, const std::string& file, LogBase& log
     j["crlDistPoint"] = textOrNull(hasCrl, crlUrl.getString());
     // Answered once the key-association operations exist.
     j["hasPrivateKey"] = nullptr;
-    return j;
+    return summary;
 }
 
-std::string summaryText(const ordered_json& s) {
+std::string summaryText(const CertSummary& summary) {
+    const ordered_json& s = summary.json;
     std::string out;
     auto line = [&out](const char* label, const std::string& value) {
         std::string l = label;
@@ -133,5 +135,6 @@ std::string summaryText(const ordered_json& s) {
     line("CRL:", str(s["crlDistPoint"]));
     line("E-mail:", str(s["emailAddress"]));
     line("EU country:", str(s["isEu"]));
+    for (const auto& [label, value] : summary.extraText) line(label.c_str(), value);
     return out;
 }

@@ -4,13 +4,21 @@
 
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
+#include <vector>
 
 class CertCore;
 class LogBase;
 
-// One certificate's answers as an ordered JSON object with the members the
-// tool documents (null where the certificate has no such thing).
-nlohmann::ordered_json summarizeCert(CertCore& cert, const std::string& file, LogBase& log);
+// One certificate's answers: the JSON members the tool documents (null where
+// the certificate has no such thing), and text lines that options add after
+// the standard ones (label, value).
+struct CertSummary {
+    nlohmann::ordered_json json;
+    std::vector<std::pair<std::string, std::string>> extraText;
+};
+
+CertSummary summarizeCert(CertCore& cert, const std::string& file, LogBase& log);
 
 // The same answers as readable, aligned text lines.
-std::string summaryText(const nlohmann::ordered_json& s);
+std::string summaryText(const CertSummary& s);

@@ -4,78 +4,87 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <new>
 #include <string>
 #include <vector>
 
 #include "cert/CertCore.h"
 #include "revocation/OcspResponse.h"
 #include "support/net/ClsHttp.h"
-#include "support/store/SystemCerts.h"
 #include "tools/ovcert/OcspReport.h"
+#include "tools/ovcert/RevocationInput.h"
+#include "tools/ovcert/Shared.h"
 
 namespace {
 
-const char kUsage[] =
+int run(int argc, char** argv);
+
+}  // namespace
+
+const Command kOcspCommand = {
+    "ocsp",
+    "ask a certificate's OCSP responder, or read a saved response",
     "usage: ovcert ocsp CERT [--issuer FILE] [--url URL] [--json] [--log] [--verbose]\n"
     "       ovcert ocsp --respin FILE [--issuer FILE] [--json] [--log] [--verbose]\n"
     "\n"
-    "The first form builds an OCSP request for CERT (its issuer from --issuer, the\n"
-    "rest of CERT's file, or CERT itself when self-issued), posts it to --url or to\n"
-    "the responder the certificate names, and prints the HTTP status and the\n"
-    "decoded answer. The second decodes a saved DER response, every answer in it.\n"
-    "With an issuer the response's signature is checked.\n";
+    "The first form builds an OCSP request for CERT (- for standard input), posts\n"
+    "it to URL or to the responder the certificate names, and prints the HTTP\n"
+    "status and the decoded answer. The issuer, whose key the request names, comes\n"
+    "from --issuer, the rest of CERT's file, or CERT itself when self-issued. The\n"
+    "second form decodes a saved DER response, every answer in it.\n"
+    "\n"
+    "  --issuer FILE  the issuer certificate; the response's signature is checked\n"
+    "                 against it (or a responder certificate it issued)\n"
+    "  --url URL      the responder to ask instead of the certificate's own\n"
+    "  --json         one JSON object: httpStatus, responseStatus, responses,\n"
+    "                 nonce, signature (see the README)\n"
+    "  --log          the component's log tree on standard error\n"
+    "  --verbose      the component's verbose logging (with --log)\n",
+    run,
+};
 
-struct Options {
-    bool json = false, showLog = false, verbose = false;
+namespace {
+
+struct OcspOptions {
+    CommonOptions common;
+    bool json = false;
     std::string issuer, url, respin;
     std::vector<std::string> files;
 };
 
-bool parse(int argc, char** argv, Options& o) {
+int parseOptions(int argc, char** argv, OcspOptions& o) {
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
+        if (takeCommonOption(a, o.common)) continue;
         std::string* value = a == "--issuer"   ? &o.issuer
                              : a == "--url"    ? &o.url
                              : a == "--respin" ? &o.respin
                                                : nullptr;
         if (value && i + 1 < argc) {
             *value = argv[++i];
-        } else if (a == "--json" || a == "--log" || a == "--verbose") {
-            (a == "--json" ? o.json : a == "--log" ? o.showLog : o.verbose) = true;
-        } else if (a.size() > 1 && a[0] == '-') {
-            fprintf(stderr, "ovcert ocsp: unknown option %s\n", a.c_str());
-            return false;
+        } else if (a == "--json") {
+            o.json = true;
+        } else if (isOption(a) && a != "-") {
+            return usageError(kOcspCommand, "unknown option " + a);
         } else {
             o.files.push_back(a);
         }
     }
-    return o.respin.empty() ? o.files.size() == 1 : o.files.empty() && o.url.empty();
+    if (o.common.help) return kExitOk;
+    if (o.respin.empty() && o.files.size() != 1)
+        return usageError(kOcspCommand, "give exactly one CERT, or --respin FILE");
+    if (!o.respin.empty() && (!o.files.empty() || !o.url.empty()))
+        return usageError(kOcspCommand, "--respin takes no CERT and no --url");
+    return kExitOk;
 }
 
-// Owns one reference of each object it is given.
-struct Refs {
-    std::vector<RefCountedObject*> held;
-    template <class T>
-    T* hold(T* obj) {
-        if (obj) {
-            obj->incRefCount();
-            held.push_back(obj);
-        }
-        return obj;
-    }
-    ~Refs() {
-        for (auto it = held.rbegin(); it != held.rend(); ++it) (*it)->decRefCount();
-    }
-};
-
-void printLog(const LogTree& log) {
-    std::string t = log.text();
-    if (!t.empty()) fprintf(stderr, "%s", t.c_str());
+int fail(const std::string& message, const LogTree& log) {
+    fprintf(stderr, "ovcert ocsp: %s\n", message.c_str());
+    printLog(log);
+    return kExitFailed;
 }
 
-int report(const revocation::OcspResponse& r, int httpStatus, const revocation::OcspAsked* asked,
-           CertCore* issuer, const std::string& url, const Options& o, LogTree& log) {
+int print(const revocation::OcspResponse& r, int httpStatus, const revocation::OcspAsked* asked,
+          CertCore* issuer, const std::string& url, const OcspOptions& o, LogTree& log) {
     auto j = ocspReport(r, httpStatus, asked, issuer, log);
     if (o.json) {
         printf("%s\n", j.dump(isatty(STDOUT_FILENO) ? 2 : -1).c_str());
@@ -83,64 +92,52 @@ int report(const revocation::OcspResponse& r, int httpStatus, const revocation::
         if (!url.empty()) printf("Responder:        %s\n", url.c_str());
         printf("%s", ocspReportText(j).c_str());
     }
-    if (o.showLog) printLog(log);
-    return 0;
+    if (o.common.showLog) printLog(log);
+    return kExitOk;
 }
 
-int fail(const std::string& message, const LogTree& log) {
-    fprintf(stderr, "ovcert ocsp: %s\n", message.c_str());
-    printLog(log);
-    return 1;
-}
+int run(int argc, char** argv) {
+    OcspOptions o;
+    int st = parseOptions(argc, argv, o);
+    if (st != kExitOk) return st;
+    if (o.common.help) return printUsage(kOcspCommand);
 
-}  // namespace
-
-int runOcspCommand(int argc, char** argv) {
-    Options o;
-    if (!parse(argc, argv, o)) {
-        fputs(kUsage, stderr);
-        return 2;
-    }
-    LogTree log;
-    log.verboseLogging = o.verbose ? 1 : 0;
-    Refs refs;
-    SystemCerts* store = refs.hold(new (std::nothrow) SystemCerts());
-    if (!store) return 1;
-    CertCore* issuer = nullptr;
-    if (!o.issuer.empty()) {
-        issuer = refs.hold(CertCore::createFromFile2(o.issuer.c_str(), nullptr, log));
-        if (!issuer || !store->addCertificate(issuer, log))
-            return fail(o.issuer + ": no certificate could be loaded from it", log);
-    }
+    RevocationInput in(o.common.verbose);
+    LogTree& log = in.log();
+    std::string why;
+    if (!o.issuer.empty() && !in.loadIssuer(o.issuer, why)) return fail(why, log);
 
     revocation::OcspResponse response;
     if (!o.respin.empty()) {
         DataBuffer der;
-        if (!der.loadFileUtf8(o.respin.c_str(), &log) ||
-            !response.load(der.getData2(), der.getSize(), log))
+        if (!readInput(o.respin, der, why)) return fail(o.respin + ": " + why, log);
+        if (!response.load(der.getData2(), der.getSize(), log))
             return fail(o.respin + ": not an OCSP response", log);
-        return report(response, 0, nullptr, issuer, "", o, log);
+        return print(response, 0, nullptr, in.issuer(), "", o, log);
     }
 
-    const std::string& file = o.files[0];
-    CertCore* cert = refs.hold(CertCore::createFromFile2(file.c_str(), store, log));
-    if (!cert) return fail(file + ": no certificate could be loaded from it", log);
+    if (!in.loadCert(o.files[0], why)) return fail(why, log);
+    CertCore* cert = in.cert();
     StringBuffer url(o.url.c_str());
     if (o.url.empty() && !cert->getOcspUrl(url, log))
-        return fail(file + ": the certificate names no OCSP responder; give --url", log);
+        return fail(o.files[0] + ": the certificate names no OCSP responder; give --url", log);
     if (cert->isNonRespondingOcspUrl(url, log))
         fprintf(stderr, "ovcert ocsp: warning: %s is known not to answer\n", url.getString());
 
-    ClsHttp* http = refs.hold(ClsHttp::createNewCls());
+    ClsHttp* http = ClsHttp::createNewCls();
+    if (!http) return fail("out of memory", log);
+    http->incRefCount();
     DataBuffer der;
     revocation::OcspAsked asked;
-    if (!http || !cert->doOcspCheck(*http, url.getString(), *store, der, asked, log, nullptr))
+    bool posted = cert->doOcspCheck(*http, url.getString(), in.store(), der, asked, log, nullptr);
+    http->decRefCount();
+    if (!posted)
         return fail(std::string("the OCSP request to ") + url.getString() + " failed", log);
     std::string status;
     log.findData("ocspResponseStatusCode", status);
     if (!response.load(der.getData2(), der.getSize(), log))
         return fail("HTTP status " + status + ": the answer is not an OCSP response", log);
-    LogNull quiet(log);
-    return report(response, atoi(status.c_str()), &asked,
-                  cert->findIssuerCertificate(*store, quiet), url.getString(), o, log);
+    return print(response, atoi(status.c_str()), &asked, in.issuer(), url.getString(), o, log);
 }
+
+}  // namespace

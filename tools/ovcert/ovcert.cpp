@@ -10,6 +10,7 @@
 #include "tools/ovcert/CmdConvert.h"
 #include "tools/ovcert/CmdInspect.h"
 #include "tools/ovcert/CmdOcsp.h"
+#include "tools/ovcert/CmdStatus.h"
 #include "tools/ovcert/Command.h"
 
 #ifndef OVCERT_VERSION
@@ -23,6 +24,7 @@ const Command* const kCommands[] = {
     &kInspectCommand,
     &kConvertCommand,
     &kOcspCommand,
+    &kStatusCommand,
 };
 
 const char kExitStatuses[] =

@@ -6,10 +6,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstring>
 #include <set>
-#include <sstream>
 #include <string>
 
 #include "OcspTestPki.h"
@@ -35,45 +33,11 @@ CertCore* load(const std::string& name) {
     return CertCore::createFromFile2(pki().file(name + ".pem").c_str(), nullptr, log);
 }
 
-// "Nov 24 12:45:00 2026 GMT" as RFC 3339.
-std::string rfc3339(const std::string& t) {
-    static const char* months = "JanFebMarAprMayJunJulAugSepOctNovDec";
-    char mon[4] = {};
-    int d = 0, h = 0, mi = 0, s = 0, y = 0;
-    if (sscanf(t.c_str(), "%3s %d %d:%d:%d %d", mon, &d, &h, &mi, &s, &y) != 6) return "?" + t;
-    char out[32];
-    snprintf(out, sizeof out, "%04d-%02d-%02dT%02d:%02d:%02dZ", y,
-             static_cast<int>((strstr(months, mon) - months) / 3 + 1), d, h, mi, s);
-    return out;
-}
-
-// One answer in a form both sides can be brought to.
-std::string ours(const OcspSingle& s) {
-    const char* status[] = {"good", "revoked", "unknown"};
-    std::string r = status[static_cast<int>(s.status)];
-    if (!s.revocationTime.empty()) r += " revoked " + s.revocationTime;
-    if (s.reason >= 0) r += std::string(" reason ") + revocation::reasonName(s.reason);
-    return r + " this " + s.thisUpdate + " next " + s.nextUpdate;
-}
-
-std::string openssls(const std::string& text) {
-    std::string r, line;
-    std::istringstream in(text);
-    auto after = [&](const char* key) -> std::string {
-        size_t at = line.find(key);
-        return at == std::string::npos ? "" : line.substr(at + strlen(key));
-    };
-    while (std::getline(in, line)) {
-        if (!after("Cert Status: ").empty()) r = after("Cert Status: ");
-        if (!after("Revocation Time: ").empty())
-            r += " revoked " + rfc3339(after("Revocation Time: "));
-        if (!after("Revocation Reason: ").empty())
-            r += " reason " +
-                 after("Revocation Reason: ").substr(0, after("Revocation Reason: ").find(' '));
-        if (!after("This Update: ").empty()) r += " this " + rfc3339(after("This Update: "));
-        if (!after("Next Update: ").empty()) r += " next " + rfc3339(after("Next Update: "));
-    }
-    return r;
+// An RFC 3339 time as openssl prints it: "Nov  4 12:45:00 2026 GMT".
+std::string gmt(const std::string& t) {
+    std::string out;
+    ovtest::run("date -u -d " + t + " '+%b %e %T %Y GMT'", &out);
+    return out.substr(0, out.find('\n'));
 }
 
 class CertOcspCheck : public ::testing::Test {
@@ -107,6 +71,8 @@ class CertOcspCheck : public ::testing::Test {
     OcspResponse m_resp;
 };
 
+// Each answer as openssl reads it; the nonce came back; the HTTP client logs
+// into our log only when asked to ("LOG_OCSP_HTTP", given for one leaf).
 TEST_F(CertOcspCheck, EachAnswerAsOpensslReadsIt) {
     ovtest::PeerProcess responder;
     const std::string url = pki().startResponder(responder, "ca");
@@ -115,22 +81,29 @@ TEST_F(CertOcspCheck, EachAnswerAsOpensslReadsIt) {
     for (const char* leaf : {"good", "revoked", "expired"}) {
         SCOPED_TRACE(leaf);
         LogTree log;
+        const bool httpLog = !strcmp(leaf, "revoked");
+        if (httpLog) log.logKeywords.append("X,LOG_OCSP_HTTP");
         ASSERT_TRUE(check(url, leaf, log)) << log.text();
-        std::string code, text;
-        EXPECT_TRUE(log.findData("ocspResponseStatusCode", code) && code == "200");
-        EXPECT_EQ(0, m_resp.responseStatus());
         const OcspSingle* s = m_resp.find(m_sent);
         ASSERT_NE(s, nullptr);
+        std::string code, text, status[] = {"good", "revoked", "unknown"};
+        EXPECT_TRUE(log.findData("ocspResponseStatusCode", code) && code == "200");
+        EXPECT_EQ(httpLog, log.text().find("binaryRequest") != std::string::npos);
         ASSERT_TRUE(pki().sh("openssl ocsp -respin resp.der -resp_text -noverify", &text));
-        EXPECT_EQ(openssls(text), ours(*s)) << text;
+        std::string want[] = {
+            "Cert Status: " + status[static_cast<int>(s->status)],
+            "This Update: " + gmt(s->thisUpdate), "Next Update: " + gmt(s->nextUpdate),
+            httpLog ? "Revocation Time: " + gmt(s->revocationTime) : "",
+            httpLog ? std::string("Revocation Reason: ") + revocation::reasonName(s->reason) + " "
+                    : ""};
+        for (const std::string& w : want) EXPECT_NE(text.find(w), std::string::npos) << w << text;
         EXPECT_EQ(OcspResponse::Nonce::Match, m_resp.nonce(m_sent));
         EXPECT_EQ(OcspResponse::Signature::Valid, m_resp.verify(m_ca, log)) << log.text();
         // The expired leaf is asked about all the same, with the warning.
         EXPECT_EQ(!strcmp(leaf, "expired"),
                   log.hasError("This certificate is expired. OCSP responder may give \"Request "
                                "unauthorized\" response."));
-        ASSERT_EQ(18u, m_sent.nonce.getSize());
-        EXPECT_EQ(0, memcmp(m_sent.nonce.getData2(), "\x04\x10", 2));
+        ASSERT_EQ(0, memcmp(m_sent.nonce.getData2(), "\x04\x10", 2));
         nonces.insert(ovtest::bytes(m_sent.nonce));
     }
     EXPECT_EQ(3u, nonces.size()) << "a nonce was repeated";
@@ -168,18 +141,6 @@ TEST_F(CertOcspCheck, SignerIsTheIssuerOrItsDelegate) {
             EXPECT_TRUE(log.hasError(c.error)) << log.text();
         }
         EXPECT_EQ(Sig::Unchecked, m_resp.verify(nullptr, log));
-    }
-}
-
-TEST_F(CertOcspCheck, HttpLogOnlyWithTheKeyword) {
-    ovtest::PeerProcess responder;
-    const std::string url = pki().startResponder(responder, "ca");
-    ASSERT_FALSE(url.empty());
-    for (bool keyword : {false, true}) {
-        LogTree log;
-        if (keyword) log.logKeywords.append("X,LOG_OCSP_HTTP");
-        ASSERT_TRUE(check(url, "good", log));
-        EXPECT_EQ(keyword, log.text().find("binaryRequest") != std::string::npos) << log.text();
     }
 }
 

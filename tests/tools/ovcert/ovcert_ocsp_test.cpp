@@ -2,7 +2,6 @@
 // responses, and `inspect`'s revocation pointers.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -31,35 +30,25 @@ json ovcertJson(const std::string& args, int want = 0) {
 
 }  // namespace
 
+// Every member for a revoked leaf, answered by a delegated responder.
 TEST(OvcertOcsp, AsksTheResponder) {
     ASSERT_TRUE(pki().made());
     ovtest::PeerProcess responder;
     const std::string url = pki().startResponder(responder, "delegate");
     ASSERT_FALSE(url.empty());
-    struct Case {
-        const char* leaf;
-        const char* serial;
-        const char* status;
-        const char* reason;
-    } cases[] = {{"good", "00C0FFEE", "good", nullptr},
-                 {"revoked", "1002", "revoked", "keyCompromise"},
-                 {"expired", "3001", "unknown", nullptr}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.leaf);
-        json j = ovcertJson(std::string("ocsp ") + c.leaf + ".pem --issuer ca.pem --url " + url);
-        ASSERT_TRUE(j.is_object());
-        EXPECT_EQ(200, j["httpStatus"]);
-        EXPECT_EQ("successful", j["responseStatus"]);
-        EXPECT_EQ("match", j["nonce"]);
-        EXPECT_EQ("valid", j["signature"]);
-        ASSERT_EQ(1u, j["responses"].size());
-        const json& r = j["responses"][0];
-        EXPECT_EQ(c.serial, r["serial"]);
-        EXPECT_EQ(c.status, r["certStatus"]);
-        EXPECT_EQ(c.reason ? json(c.reason) : json(nullptr), r["reason"]);
-        EXPECT_EQ(!strcmp(c.status, "revoked"), r["revocationTime"] == "2024-01-01T00:00:00Z");
-        EXPECT_TRUE(r["thisUpdate"].is_string() && r["nextUpdate"].is_string());
-    }
+    json j = ovcertJson("ocsp revoked.pem --issuer ca.pem --url " + url);
+    ASSERT_TRUE(j.is_object() && j["responses"].size() == 1);
+    json r = j["responses"][0];
+    EXPECT_TRUE(r["thisUpdate"].is_string() && r["nextUpdate"].is_string());
+    r.erase("thisUpdate");
+    r.erase("nextUpdate");
+    j.erase("responses");
+    EXPECT_EQ(json::parse(R"({"httpStatus":200,"responseStatus":"successful","nonce":"match",)"
+                          R"("signature":"valid"})"),
+              j);
+    EXPECT_EQ(json::parse(R"({"serial":"1002","certStatus":"revoked","reason":"keyCompromise",)"
+                          R"("revocationTime":"2024-01-01T00:00:00Z"})"),
+              r);
 }
 
 TEST(OvcertOcsp, ReadsASavedResponse) {

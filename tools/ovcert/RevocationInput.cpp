@@ -22,7 +22,10 @@ bool RevocationInput::makeStore() {
 }
 
 bool RevocationInput::loadIssuer(const std::string& file, std::string& why) {
-    if (!makeStore()) return (why = "out of memory").empty();
+    if (!makeStore()) {
+        why = "out of memory";
+        return false;
+    }
     RefCountedObject::release(m_givenIssuer);
     m_givenIssuer = CertCore::createFromFile2(file.c_str(), nullptr, m_log);
     if (m_givenIssuer) m_givenIssuer->incRefCount();
@@ -32,7 +35,10 @@ bool RevocationInput::loadIssuer(const std::string& file, std::string& why) {
 }
 
 bool RevocationInput::loadCert(const std::string& file, std::string& why) {
-    if (!makeStore()) return (why = "out of memory").empty();
+    if (!makeStore()) {
+        why = "out of memory";
+        return false;
+    }
     DataBuffer data;
     if (!readInput(file, data, why)) {
         why = file + ": " + why;

@@ -8,7 +8,6 @@
 #include "support/asn1/MpMath.h"
 #include "support/base/LogBase.h"
 #include "support/base/XString.h"
-#include "support/crypto/SigVerify.h"
 #include "support/time/OrvaneSysTime.h"
 #include "support/time/_ovDateParser.h"
 #include "support/x509/OrvaneX509.h"
@@ -66,6 +65,11 @@ bool _ovCrl::failLoad(int errorNum, LogBase& log) {
 }
 
 bool _ovCrl::loadCrlDer(const DataBuffer& der, LogBase& log) {
+    if (&der == &m_der) {
+        // Reloading our own bytes: the reset below would empty them first.
+        DataBuffer copy(der);
+        return loadCrlDer(copy, log);
+    }
     LogContextExitor ctx(log, "loadCrlDer");
     ClsXml* xmlObj = ClsXml::createNewCls();
     if (!xmlObj) return false;
@@ -204,15 +208,5 @@ bool _ovCrl::verifySignature(const OrvaneX509& issuer, LogBase& log) const {
         log.logError("No CRL is loaded, or it does not follow the CRL grammar.");
         return false;
     }
-    if (!cl.issuer.equals(issuer.subjectDer())) {
-        log.logError("The CRL's issuer is not the certificate's subject.");
-        return false;
-    }
-    // The signed algorithm must be the one outside, or an attacker could
-    // choose how the signature is read.
-    if (!cl.tbsSigAlg.equals(cl.sigAlg)) {
-        log.logError("The CRL's two signature algorithms differ.");
-        return false;
-    }
-    return ovVerifySignature(issuer.spkiDer(), cl.sigAlg, cl.tbs, cl.signature, log);
+    return crlgrammar::verifySignature(cl, issuer, log);
 }

@@ -4,8 +4,10 @@
 
 #include "support/base/LogBase.h"
 #include "support/base/StringBuffer.h"
+#include "support/crypto/SigVerify.h"
 #include "support/time/OrvaneSysTime.h"
 #include "support/time/_ovDateParser.h"
+#include "support/x509/OrvaneX509.h"
 
 namespace crlgrammar {
 
@@ -183,6 +185,20 @@ bool crlNumber(DerInput extensions, bool* present, bool* fits, uint64_t* value) 
     DerParser p(ext);
     *fits = p.readUint64(value) && !p.hasMore();
     return true;
+}
+
+bool verifySignature(const CertificateList& crl, const OrvaneX509& issuer, LogBase& log) {
+    if (!crl.issuer.equals(issuer.subjectDer())) {
+        log.logError("The CRL's issuer is not the certificate's subject.");
+        return false;
+    }
+    // The signed algorithm must be the one outside, or whoever altered the
+    // outer one could choose how the signature is read.
+    if (!crl.tbsSigAlg.equals(crl.sigAlg)) {
+        log.logError("The CRL's two signature algorithms differ.");
+        return false;
+    }
+    return ovVerifySignature(issuer.spkiDer(), crl.sigAlg, crl.tbs, crl.signature, log);
 }
 
 bool timeToRfc3339(const DerElement& t, StringBuffer& out) {

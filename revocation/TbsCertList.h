@@ -8,6 +8,8 @@
 
 #include "support/asn1/DerReader.h"
 
+class LogBase;
+class OrvaneX509;
 class StringBuffer;
 
 namespace crlgrammar {
@@ -85,6 +87,11 @@ bool countEntries(DerInput revokedContents, uint64_t* count);
 // The CRL Number extension (2.5.29.20) in the Extensions contents: *present
 // says whether it is there; *value holds it when it fits 64 bits (*fits).
 bool crlNumber(DerInput extensions, bool* present, bool* fits, uint64_t* value);
+
+// True when the CRL's signature verifies with the issuer certificate's key,
+// its issuer name is that certificate's subject (byte for byte) and its two
+// signature algorithms agree. OpenSSL does the signature operation.
+bool verifySignature(const CertificateList& crl, const OrvaneX509& issuer, LogBase& log);
 
 // Appends a Time (UTCTime or GeneralizedTime) as RFC 3339 text in UTC; false
 // for any other element or unreadable text.

@@ -123,6 +123,13 @@ TEST_F(CrlDownloadTest, OnlySuccessfulDownloadsToExistingDirectoriesAreCached) {
     EXPECT_FALSE(der.isEmpty());
     EXPECT_TRUE(listDir(dir.path()).empty());
 
+    // An empty directory name is still a directory name: logged, and absent.
+    LogTree empty;
+    EXPECT_TRUE(fetch("/crl/v1.crl", "", der, empty));
+    std::string v;
+    EXPECT_TRUE(empty.findData("crl_cache_dir", v) && v.empty());
+    EXPECT_TRUE(empty.findData("crl_cache_file_path", v));
+
     ClsHttp dead;
     dead.m_magic = 0;
     LogTree deadLog;

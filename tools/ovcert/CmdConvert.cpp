@@ -61,8 +61,8 @@ int run(int argc, char** argv) {
     LoadedInput in(o.files[0], o.common.verbose);
     LogTree& log = in.log();
     if (!in.load(false)) {
-        fprintf(stderr, "ovcert: %s: no certificate could be loaded from it\n", o.files[0].c_str());
-        printLog(log);
+        fprintf(stderr, "ovcert: %s: %s\n", o.files[0].c_str(), in.failure().c_str());
+        if (o.common.showLog) printLog(log);
         return kExitFailed;
     }
     CertCore* cert = in.chosen();
@@ -83,7 +83,7 @@ int run(int argc, char** argv) {
             ok = fwrite(bytes.getData2(), 1, bytes.getSize(), stdout) == bytes.getSize();
         }
     }
-    if (!ok) fprintf(stderr, "ovcert: conversion failed\n");
+    if (!ok) fprintf(stderr, "ovcert: the conversion failed; the log below says why\n");
     if (!ok || o.common.showLog) printLog(log);
     return ok ? kExitOk : kExitFailed;
 }

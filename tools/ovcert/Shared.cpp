@@ -1,5 +1,7 @@
 #include "tools/ovcert/Shared.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,6 +12,7 @@
 
 #include "cert/CertCore.h"
 #include "support/store/SystemCerts.h"
+#include "tools/ovcert/FailureText.h"
 
 bool takeCommonOption(const std::string& arg, CommonOptions& o) {
     if (arg == "--help" || arg == "-h") {
@@ -43,36 +46,72 @@ int printUsage(const Command& cmd) {
 
 namespace {
 
-// Standard input is read in pieces, stopping one byte past the cap so an
-// oversized stream is refused without holding more than the cap.
-bool readStdin(DataBuffer& out, std::string& why) {
+std::string mib(unsigned bytes) {
+    return std::to_string(bytes >> 20) + " MiB";
+}
+
+// Reads a stream in pieces, stopping one piece past the cap, so an oversized
+// stream is refused without holding much more than the cap.
+bool readStream(int fd, const std::string& label, DataBuffer& out, std::string& why) {
     const unsigned cap = DataBuffer::kMaxLoadSize;
     char chunk[65536];
     for (;;) {
-        ssize_t n = read(STDIN_FILENO, chunk, sizeof chunk);
+        ssize_t n = read(fd, chunk, sizeof chunk);
         if (n < 0 && errno == EINTR) continue;
         if (n < 0) {
-            why = std::string("standard input could not be read: ") + strerror(errno);
+            why = label + " could not be read (" + strerror(errno) + ")";
             return false;
         }
         if (n == 0) return true;
         if (static_cast<size_t>(n) > cap - out.getSize()) {
-            why = "standard input is larger than " + std::to_string(cap >> 20) +
-                  " MiB, the most ovcert reads";
+            why = label + " is larger than " + mib(cap) + ", the most ovcert reads";
             return false;
         }
         if (!out.append(chunk, static_cast<unsigned>(n))) {
-            why = "out of memory reading standard input";
+            why = "out of memory reading " + label;
             return false;
         }
     }
+}
+
+// Why a path cannot be loaded as a file, or "" when it is a readable regular
+// file within the cap (stream: not a regular file, to be read as a stream).
+std::string fileProblem(const std::string& path, bool& stream) {
+    stream = false;
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0)
+        return std::string("cannot be read (") + strerror(errno) + "); check the path";
+    if (S_ISDIR(st.st_mode))
+        return "is a directory; give the certificate files in it (ovcert inspect DIR/*.pem)";
+    if (!S_ISREG(st.st_mode)) {
+        stream = true;
+        return "";
+    }
+    if (access(path.c_str(), R_OK) != 0)
+        return std::string("cannot be read (") + strerror(errno) + ")";
+    if (static_cast<unsigned long long>(st.st_size) > DataBuffer::kMaxLoadSize)
+        return "is larger than " + mib(DataBuffer::kMaxLoadSize) + ", the most ovcert reads";
+    return "";
 }
 
 }  // namespace
 
 bool readInput(const std::string& name, DataBuffer& out, std::string& why) {
     out.clear();
-    if (name == "-") return readStdin(out, why);
+    if (name == "-") return readStream(STDIN_FILENO, "standard input", out, why);
+    bool stream = false;
+    why = fileProblem(name, stream);
+    if (!why.empty()) return false;
+    if (stream) {
+        int fd = open(name.c_str(), O_RDONLY);
+        if (fd < 0) {
+            why = std::string("cannot be read (") + strerror(errno) + ")";
+            return false;
+        }
+        bool ok = readStream(fd, name, out, why);
+        close(fd);
+        return ok;
+    }
     LogNull quiet;
     if (out.loadFileUtf8(name.c_str(), &quiet)) return true;
     why = "could not be read";
@@ -103,22 +142,38 @@ LoadedInput::~LoadedInput() {
 bool LoadedInput::load(bool withStore) {
     if (withStore) {
         m_store = new (std::nothrow) SystemCerts();
-        if (!m_store) return false;
+        if (!m_store) {
+            m_failure = "out of memory";
+            return false;
+        }
         m_store->incRefCount();
     }
-    if (m_name != "-") {
-        m_cert = CertCore::createFromFile2(m_name.c_str(), m_store, m_log);
-    } else {
-        DataBuffer data;
-        std::string why;
-        if (!readInput(m_name, data, why)) {
-            m_log.logError(why.c_str());
+    // The input may hold a private key's PEM text.
+    DataBuffer data;
+    data.setSecure(true);
+    bool stream = m_name == "-";
+    if (!stream) {
+        m_failure = fileProblem(m_name, stream);
+        if (!m_failure.empty()) {
+            m_log.logError(m_failure.c_str());
+            return false;
+        }
+    }
+    if (stream) {
+        if (!readInput(m_name, data, m_failure)) {
+            m_log.logError(m_failure.c_str());
             return false;
         }
         m_cert = CertCore::createFromBinary2(reinterpret_cast<const char*>(data.getData2()),
                                              data.getSize(), m_store, m_log);
+    } else {
+        m_cert = CertCore::createFromFile2(m_name.c_str(), m_store, m_log);
+        if (!m_cert && !readInput(m_name, data, m_failure)) return false;
     }
-    if (!m_cert) return false;
+    if (!m_cert) {
+        m_failure = explainLoadFailure(data, m_log);
+        return false;
+    }
     m_cert->incRefCount();
     return true;
 }

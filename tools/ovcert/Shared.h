@@ -34,8 +34,9 @@ int usageError(const Command& cmd, const std::string& message);
 // Prints the command's usage text on standard output; returns kExitOk.
 int printUsage(const Command& cmd);
 
-// Reads the file, or standard input for "-", whole into out. On failure why
-// holds one line for the user and false is returned.
+// Reads the file, or standard input for "-", whole into out (at most
+// DataBuffer::kMaxLoadSize bytes). On failure why holds one line for the
+// user and false is returned.
 bool readInput(const std::string& name, DataBuffer& out, std::string& why);
 
 // Whether colour codes may go to the stream (a terminal, NO_COLOR unset or
@@ -56,8 +57,13 @@ class LoadedInput {
     LoadedInput& operator=(const LoadedInput&) = delete;
 
     // Loads the input; withStore hands the rest of a bundle to a store.
-    // False when no certificate could be loaded.
+    // False when no certificate could be loaded; failure() then says why.
+    // Regular files go through the component's file loading; standard input
+    // and other non-regular files (pipes, process substitution, /dev/null)
+    // are read here as a stream with the same cap.
     bool load(bool withStore);
+    // One line: what was found and what to try.
+    const std::string& failure() const { return m_failure; }
 
     const std::string& name() const { return m_name; }
     LogTree& log() { return m_log; }
@@ -70,6 +76,7 @@ class LoadedInput {
   private:
     std::string m_name;
     LogTree m_log;
+    std::string m_failure;
     SystemCerts* m_store = nullptr;
     CertCore* m_cert = nullptr;
 };

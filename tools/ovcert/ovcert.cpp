@@ -8,6 +8,7 @@
 #include <string>
 
 #include "tools/ovcert/CmdConvert.h"
+#include "tools/ovcert/CmdCrl.h"
 #include "tools/ovcert/CmdInspect.h"
 #include "tools/ovcert/CmdOcsp.h"
 #include "tools/ovcert/CmdStatus.h"
@@ -23,6 +24,7 @@ namespace {
 const Command* const kCommands[] = {
     &kInspectCommand,
     &kConvertCommand,
+    &kCrlCommand,
     &kOcspCommand,
     &kStatusCommand,
 };

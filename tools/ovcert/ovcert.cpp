@@ -65,8 +65,12 @@ int help(int argc, char** argv) {
         return kExitUsage;
     }
     fputs(c->usage, stdout);
-    fputs("\n", stdout);
-    fputs(kExitStatuses, stdout);
+    // A command with statuses of its own (status: 2 means revoked) says so in
+    // its usage; the tool-wide list would contradict it.
+    if (!strstr(c->usage, "Exit status")) {
+        fputs("\n", stdout);
+        fputs(kExitStatuses, stdout);
+    }
     return kExitOk;
 }
 

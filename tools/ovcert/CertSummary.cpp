@@ -386,9 +386,11 @@ CertSummary summarizeCert(CertCore& cert, const std::string& file, const Summary
     j["emailAddress"] = textOrNull(hasEmail && !email.isEmpty(), email.getUtf8());
     j["isEu"] = cert.is_country_eu(quiet);
 
-    // Answered once the revocation operations exist.
-    j["ocspUrl"] = nullptr;
-    j["crlDistPoint"] = nullptr;
+    StringBuffer ocspUrl, crlUrl;
+    bool hasOcsp = cert.getOcspUrl(ocspUrl, quiet);
+    bool hasCrl = cert.getCrlDistPoint(crlUrl, quiet);
+    j["ocspUrl"] = textOrNull(hasOcsp, ocspUrl.getString());
+    j["crlDistPoint"] = textOrNull(hasCrl, crlUrl.getString());
     j["hasPrivateKey"] = ctx.carriesKey;
 
     // What a careful reviewer would point out.
@@ -490,6 +492,8 @@ std::string summaryText(const CertSummary& summary, bool colour) {
     line("SPKI SHA-256:", str("spkiSha256"));
     line("Authority key:", str("authorityKeyId"));
     line("Subject key:", str("subjectKeyId"));
+    line("OCSP:", str("ocspUrl"));
+    line("CRL:", str("crlDistPoint"));
     line("E-mail:", str("emailAddress"));
     line("EU country:", str("isEu"));
     for (const auto& [label, value] : summary.extraText) line(label.c_str(), value);

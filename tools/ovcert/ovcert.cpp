@@ -11,6 +11,8 @@
 #include "tools/ovcert/CmdCrl.h"
 #include "tools/ovcert/CmdDescribe.h"
 #include "tools/ovcert/CmdInspect.h"
+#include "tools/ovcert/CmdOcsp.h"
+#include "tools/ovcert/CmdStatus.h"
 #include "tools/ovcert/Command.h"
 
 #ifndef OVCERT_VERSION
@@ -25,6 +27,8 @@ const Command* const kCommands[] = {
     &kConvertCommand,
     &kDescribeCommand,
     &kCrlCommand,
+    &kOcspCommand,
+    &kStatusCommand,
 };
 
 const char kExitStatuses[] =
@@ -63,8 +67,12 @@ int help(int argc, char** argv) {
         return kExitUsage;
     }
     fputs(c->usage, stdout);
-    fputs("\n", stdout);
-    fputs(kExitStatuses, stdout);
+    // A command with statuses of its own (status: 2 means revoked) says so in
+    // its usage; the tool-wide list would contradict it.
+    if (!strstr(c->usage, "Exit status")) {
+        fputs("\n", stdout);
+        fputs(kExitStatuses, stdout);
+    }
     return kExitOk;
 }
 

@@ -220,7 +220,12 @@ TEST(OvcertInspect, JsonAgreesWithOpenssl) {
         EXPECT_EQ(j["authorityKeyId"].is_null() ? "" : j["authorityKeyId"].get<std::string>(), aki);
         std::string ski = extHex(f, "subjectKeyIdentifier");
         EXPECT_EQ(j["subjectKeyId"].is_null() ? "" : j["subjectKeyId"].get<std::string>(), ski);
-        EXPECT_TRUE(j["ocspUrl"].is_null());
+        auto orEmpty = [](const json& v) -> std::string {
+            return v.is_null() ? "" : v.get<std::string>();
+        };
+        EXPECT_EQ(orEmpty(j["ocspUrl"]), o("-ocsp_uri"));
+        std::string crl = after(o("-ext crlDistributionPoints"), "URI:");
+        EXPECT_EQ(orEmpty(j["crlDistPoint"]), crl.substr(0, crl.find('\n')));
         EXPECT_EQ(j["hasPrivateKey"], false);
         expectExtensionsAgree(f, inform, j);
     }

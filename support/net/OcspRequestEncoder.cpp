@@ -3,6 +3,7 @@
 #include <string>
 
 #include "support/asn1/DerReader.h"
+#include "support/asn1/OidTable.h"
 #include "support/base/ContentCoding.h"
 #include "support/base/DataBuffer.h"
 #include "support/base/LogBase.h"
@@ -13,18 +14,16 @@ namespace {
 
 struct HashAlg {
     const char* name;
-    const char* oid;
+    const KnownOid& oid;
     unsigned digestLen;
 };
 
 const HashAlg kHashAlgs[] = {
-    {"sha1", "1.3.14.3.2.26", 20},             // id-sha1
-    {"sha256", "2.16.840.1.101.3.4.2.1", 32},  // id-sha256
-    {"sha384", "2.16.840.1.101.3.4.2.2", 48},  // id-sha384
-    {"sha512", "2.16.840.1.101.3.4.2.3", 64},  // id-sha512
+    {"sha1", oids::kSha1, 20},
+    {"sha256", oids::kSha256, 32},
+    {"sha384", oids::kSha384, 48},
+    {"sha512", oids::kSha512, 64},
 };
-
-const char* const kNonceOid = "1.3.6.1.5.5.7.48.1.2";  // id-pkix-ocsp-nonce
 
 // RFC 8954 bounds the nonce: responders may reject anything outside 1..32 octets.
 constexpr size_t kMinNonce = 1;
@@ -122,7 +121,7 @@ bool appendCertId(const ClsJsonObject& desc, const std::string& cert, DataBuffer
     //   AlgorithmIdentifier ::= SEQUENCE { algorithm OID, parameters ANY OPTIONAL }
     DataBuffer algId, content;
     static const unsigned char kNullParams[] = {0x05, 0x00};
-    bool ok = appendOid(algId, alg->oid) && algId.append(kNullParams, sizeof kNullParams) &&
+    bool ok = appendOid(algId, alg->oid.dotted) && algId.append(kNullParams, sizeof kNullParams) &&
               appendTlv(content, der::kSequence, algId) &&
               appendTlv(content, der::kOctetString, nameHash) &&
               appendTlv(content, der::kOctetString, keyHash) &&
@@ -149,7 +148,7 @@ bool appendNonceExtension(const ClsJsonObject& desc, const std::string& path, Da
         return bad(log, path, "nonce length outside 1 to 32 octets");
     }
     DataBuffer ext;
-    bool ok = appendOid(ext, kNonceOid) && appendTlv(ext, der::kOctetString, nonce) &&
+    bool ok = appendOid(ext, oids::kOcspNonce.dotted) && appendTlv(ext, der::kOctetString, nonce) &&
               appendTlv(out, der::kSequence, ext);
     return ok || outOfMemory(log);
 }

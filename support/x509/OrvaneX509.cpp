@@ -8,6 +8,7 @@
 
 #include "support/asn1/Asn1Node.h"
 #include "support/asn1/Asn1Xml.h"
+#include "support/asn1/OidTable.h"
 #include "support/base/LogBase.h"
 #include "support/base/StringBuffer.h"
 #include "support/base/XString.h"
@@ -22,10 +23,6 @@
 #include "support/x509/X509Pkcs7.h"
 
 namespace {
-
-// Extension OIDs found once at load (content octets).
-const unsigned char kOidAia[] = {0x2b, 0x06, 0x01, 0x05, 0x05,
-                                 0x07, 0x01, 0x01};  // 1.3.6.1.5.5.7.1.1 id-pe-authorityInfoAccess
 
 bool fail(LogBase& log, const char* msg) {
     log.logError(msg);
@@ -247,27 +244,23 @@ bool OrvaneX509::parseExtensions(DerInput list, LogBase& log) {
             (ext.nextIs(der::kBoolean) && !ext.readBool(&critical)) ||
             !ext.read(der::kOctetString, &value) || ext.hasMore())
             return fail(log, "Certificate extension is malformed.");
-        // The extensions queries reach for most, by their last arc under id-ce
-        // (2.5.29), plus the authority information access.
+        // The extensions queries reach for most.
         static const struct {
-            unsigned char arc;
+            const KnownOid* oid;
             int kind;
-        } kIdCe[] = {
-            {0x0e, kSki},               // 2.5.29.14 id-ce-subjectKeyIdentifier
-            {0x23, kAki},               // 2.5.29.35 id-ce-authorityKeyIdentifier
-            {0x0f, kKeyUsage},          // 2.5.29.15 id-ce-keyUsage
-            {0x11, kSan},               // 2.5.29.17 id-ce-subjectAltName
-            {0x13, kBasicConstraints},  // 2.5.29.19 id-ce-basicConstraints
-            {0x1f, kCrlDp},             // 2.5.29.31 id-ce-cRLDistributionPoints
-            {0x25, kEku},               // 2.5.29.37 id-ce-extKeyUsage
+        } kFoundAtLoad[] = {
+            {&oids::kSubjectKeyId, kSki},
+            {&oids::kAuthorityKeyId, kAki},
+            {&oids::kKeyUsage, kKeyUsage},
+            {&oids::kSubjectAltName, kSan},
+            {&oids::kBasicConstraints, kBasicConstraints},
+            {&oids::kCrlDistributionPoints, kCrlDp},
+            {&oids::kExtKeyUsage, kEku},
+            {&oids::kAuthorityInfoAccess, kAia},
         };
         int k = -1;
-        if (oid.size() == 3 && oid[0] == 0x55 && oid[1] == 0x1d) {
-            for (const auto& e : kIdCe)
-                if (e.arc == oid[2]) k = e.kind;
-        } else if (oid.equals(kOidAia, sizeof kOidAia)) {
-            k = kAia;
-        }
+        for (const auto& e : kFoundAtLoad)
+            if (e.oid->is(oid)) k = e.kind;
         // A repeated extension is forbidden; the first one is the one answered.
         if (k >= 0 && !(m_knownPresent & (1u << k))) {
             m_known[k] = spanOf(value);

@@ -2,29 +2,11 @@
 
 #include <arpa/inet.h>
 
+#include "support/asn1/OidTable.h"
 #include "support/base/StringBuffer.h"
 #include "support/x509/X509Name.h"
 
 namespace {
-
-// Extensions under id-ce (2.5.29): content octets 55 1D <arc>.
-enum CeArc : unsigned {
-    kCeSki = 14,       // id-ce-subjectKeyIdentifier
-    kCeKu = 15,        // id-ce-keyUsage
-    kCeSan = 17,       // id-ce-subjectAltName
-    kCeIan = 18,       // id-ce-issuerAltName
-    kCeBc = 19,        // id-ce-basicConstraints
-    kCeCrlDp = 31,     // id-ce-cRLDistributionPoints
-    kCePolicies = 32,  // id-ce-certificatePolicies
-    kCeAki = 35,       // id-ce-authorityKeyIdentifier
-    kCeEku = 37,       // id-ce-extKeyUsage
-};
-const unsigned char kOidAia[] = {0x2b, 0x06, 0x01, 0x05, 0x05,
-                                 0x07, 0x01, 0x01};  // 1.3.6.1.5.5.7.1.1 id-pe-authorityInfoAccess
-const unsigned char kOidAdOcsp[] = {0x2b, 0x06, 0x01, 0x05,
-                                    0x05, 0x07, 0x30, 0x01};  // 1.3.6.1.5.5.7.48.1 id-ad-ocsp
-const unsigned char kOidAdCaIssuers[] = {0x2b, 0x06, 0x01, 0x05, 0x05,
-                                         0x07, 0x30, 0x02};  // 1.3.6.1.5.5.7.48.2 id-ad-caIssuers
 
 // GeneralName tags (RFC 5280 4.2.1.6).
 constexpr unsigned kGnOther = der::contextConstructed(0);
@@ -40,15 +22,6 @@ constexpr unsigned kGnRid = der::contextPrimitive(8);
 const char* const kKeyUsageNames[9] = {"digitalSignature", "nonRepudiation", "keyEncipherment",
                                        "dataEncipherment", "keyAgreement",   "keyCertSign",
                                        "cRLSign",          "encipherOnly",   "decipherOnly"};
-
-bool is(DerInput oid, const unsigned char* p, size_t n) {
-    return oid.equals(p, n);
-}
-
-// The arc of an id-ce OID; 0 for any other OID.
-unsigned ceArc(DerInput oid) {
-    return oid.size() == 3 && oid[0] == 0x55 && oid[1] == 0x1d ? oid[2] : 0;
-}
 
 void appendOidText(DerInput oid, StringBuffer& out) {
     char dotted[128];
@@ -198,7 +171,7 @@ bool X509ExtRead::ekuList(DerInput value, DerInput* list) {
 int X509ExtRead::ocspUris(DerInput value, DerInput* out, int max) {
     int count = 0;
     bool ok = forEachAccessDescription(value, [&](DerInput method, const DerElement& loc) {
-        if (!is(method, kOidAdOcsp, sizeof kOidAdOcsp) || loc.tag != kGnUri) return;
+        if (!oids::kAdOcsp.is(method) || loc.tag != kGnUri) return;
         if (count < max) out[count] = loc.contents;
         ++count;
     });
@@ -322,16 +295,15 @@ bool X509ExtText::appendGeneralName(const DerElement& gn, StringBuffer& out) {
 bool X509ExtText::appendText(DerInput extOid, DerInput value, StringBuffer& out) {
     StringBuffer text;  // built whole, so a malformed value appends nothing
     bool ok = false;
-    const unsigned arc = ceArc(extOid);
-    if (arc == kCeSki) {
+    if (oids::kSubjectKeyId.is(extOid)) {
         DerInput id;
         ok = X509ExtRead::skiKeyId(value, &id);
         if (ok) text.appendHex(id.data(), static_cast<unsigned>(id.size()));
-    } else if (arc == kCeAki) {
+    } else if (oids::kAuthorityKeyId.is(extOid)) {
         DerInput id;
         ok = X509ExtRead::akiKeyId(value, &id);
         if (ok) text.appendHex(id.data(), static_cast<unsigned>(id.size()));
-    } else if (arc == kCeKu) {
+    } else if (oids::kKeyUsage.is(extOid)) {
         unsigned mask = 0;
         ok = X509ExtRead::keyUsageMask(value, &mask);
         for (int i = 0; ok && i < 9; ++i) {
@@ -339,10 +311,10 @@ bool X509ExtText::appendText(DerInput extOid, DerInput value, StringBuffer& out)
             if (!text.isEmpty()) text.appendChar(',');
             text.append(kKeyUsageNames[i]);
         }
-    } else if (arc == kCeEku || arc == kCePolicies) {
+    } else if (oids::kExtKeyUsage.is(extOid) || oids::kCertificatePolicies.is(extOid)) {
         // Both are SEQUENCE OF items that are, or begin with, an OID:
         //   PolicyInformation ::= SEQUENCE { policyIdentifier CertPolicyId, ... }
-        const bool policies = arc == kCePolicies;
+        const bool policies = oids::kCertificatePolicies.is(extOid);
         DerInput list;
         ok = readWholeSequence(value, &list);
         DerParser p(list);
@@ -358,7 +330,7 @@ bool X509ExtText::appendText(DerInput extOid, DerInput value, StringBuffer& out)
             if (!text.isEmpty()) text.appendChar(',');
             appendOidText(oid, text);
         }
-    } else if (arc == kCeBc) {
+    } else if (oids::kBasicConstraints.is(extOid)) {
         bool ca = false;
         int pathLen = -1;
         ok = X509ExtRead::basicConstraints(value, &ca, &pathLen);
@@ -369,21 +341,21 @@ bool X509ExtText::appendText(DerInput extOid, DerInput value, StringBuffer& out)
                 text.appendUint32(static_cast<unsigned>(pathLen));
             }
         }
-    } else if (arc == kCeSan || arc == kCeIan) {
+    } else if (oids::kSubjectAltName.is(extOid) || oids::kIssuerAltName.is(extOid)) {
         DerInput seq;
         bool first = true;
         ok = readWholeSequence(value, &seq) && appendGeneralNames(seq, first, text);
-    } else if (arc == kCeCrlDp) {
+    } else if (oids::kCrlDistributionPoints.is(extOid)) {
         bool first = true;
         ok = forEachCrlFullName(
             value, [&](DerInput names) { return appendGeneralNames(names, first, text); });
-    } else if (is(extOid, kOidAia, sizeof kOidAia)) {
+    } else if (oids::kAuthorityInfoAccess.is(extOid)) {
         bool allOk = true;
         ok = forEachAccessDescription(value, [&](DerInput method, const DerElement& loc) {
             if (!text.isEmpty()) text.append(", ");
-            if (is(method, kOidAdOcsp, sizeof kOidAdOcsp)) {
+            if (oids::kAdOcsp.is(method)) {
                 text.append("OCSP - ");
-            } else if (is(method, kOidAdCaIssuers, sizeof kOidAdCaIssuers)) {
+            } else if (oids::kAdCaIssuers.is(method)) {
                 text.append("CA Issuers - ");
             } else {
                 appendOidText(method, text);

@@ -233,16 +233,8 @@ bool OrvaneX509::parseExtensions(DerInput list, LogBase& log) {
     m_exts = spanOf(list);
     DerParser p(list);
     while (p.hasMore()) {
-        //   Extension  ::=  SEQUENCE  {
-        //        extnID      OBJECT IDENTIFIER,
-        //        critical    BOOLEAN DEFAULT FALSE,
-        //        extnValue   OCTET STRING }
-        DerParser ext;
-        DerInput oid, value;
-        bool critical = false;
-        if (!p.readSequence(&ext) || !ext.readOid(&oid) ||
-            (ext.nextIs(der::kBoolean) && !ext.readBool(&critical)) ||
-            !ext.read(der::kOctetString, &value) || ext.hasMore())
+        X509Extension ext;
+        if (!X509ExtRead::extension(p, &ext))
             return fail(log, "Certificate extension is malformed.");
         // The extensions queries reach for most.
         static const struct {
@@ -260,12 +252,12 @@ bool OrvaneX509::parseExtensions(DerInput list, LogBase& log) {
         };
         int k = -1;
         for (const auto& e : kFoundAtLoad)
-            if (e.oid->is(oid)) k = e.kind;
+            if (e.oid->is(ext.oid)) k = e.kind;
         // A repeated extension is forbidden; the first one is the one answered.
         if (k >= 0 && !(m_knownPresent & (1u << k))) {
-            m_known[k] = spanOf(value);
+            m_known[k] = spanOf(ext.value);
             m_knownPresent |= static_cast<uint8_t>(1u << k);
-            if (critical) m_knownCritical |= static_cast<uint8_t>(1u << k);
+            if (ext.critical) m_knownCritical |= static_cast<uint8_t>(1u << k);
         }
     }
     return true;
@@ -369,17 +361,12 @@ bool OrvaneX509::knownExt(KnownExt k, DerInput* value) const {
 bool OrvaneX509::findExtension(DerInput oid, DerInput* value, bool* critical) const {
     if (!m_loaded) return false;
     DerParser p(extensionsDer());
-    while (p.hasMore()) {
-        DerParser ext;
-        DerInput id, v;
-        bool crit = false;
-        // Validated at load, so these reads only fail on a broken invariant.
-        if (!p.readSequence(&ext) || !ext.readOid(&id) ||
-            (ext.nextIs(der::kBoolean) && !ext.readBool(&crit)) || !ext.read(der::kOctetString, &v))
-            return false;
-        if (!id.equals(oid)) continue;
-        *value = v;
-        if (critical) *critical = crit;
+    X509Extension ext;
+    // Validated at load, so a read only fails on a broken invariant.
+    while (X509ExtRead::extension(p, &ext)) {
+        if (!ext.oid.equals(oid)) continue;
+        *value = ext.value;
+        if (critical) *critical = ext.critical;
         return true;
     }
     return false;

@@ -7,8 +7,19 @@
 
 class StringBuffer;
 
+// One Extension of an Extensions list, as certificates, CRLs, CRL entries and
+// OCSP messages carry them.
+struct X509Extension {
+    DerInput oid;  // extnID content octets
+    bool critical = false;
+    DerInput value;  // extnValue contents: the extension value's DER
+};
+
 class X509ExtRead {
   public:
+    // Reads the next Extension from a cursor over the contents of an
+    // Extensions SEQUENCE; false, the cursor left where it was, when malformed.
+    static bool extension(DerParser& list, X509Extension* out);
     // AuthorityKeyIdentifier's keyIdentifier; false when absent or malformed.
     static bool akiKeyId(DerInput value, DerInput* keyId);
     // SubjectKeyIdentifier's bytes.
@@ -32,7 +43,7 @@ class X509ExtText {
   public:
     // Appends one GeneralName as "DNS:..", "email:..", "URI:..", "IP:..",
     // "DirName:<DN text>", "RID:<oid>", "othername:<oid>", "X400Name",
-    // "EdiPartyName". False for a malformed name.
+    // "EdiPartyName". False, appending nothing, for a malformed name.
     static bool appendGeneralName(const DerElement& gn, StringBuffer& out);
     // Appends the one-line text form of the extension with OID content octets
     // extOid; false when the value is malformed or has no text form. Forms:

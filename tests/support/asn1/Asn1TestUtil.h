@@ -10,6 +10,7 @@
 
 #include "support/asn1/Asn1Node.h"
 #include "support/asn1/Asn1Xml.h"
+#include "support/asn1/DerBuild.h"
 #include "support/asn1/DerReader.h"
 #include "support/base/DataBuffer.h"
 #include "support/base/ExtPtrArray.h"
@@ -58,12 +59,15 @@ inline Bytes nestedIndefinite(int levels) {
 
 // levels SEQUENCEs nested with definite lengths, an INTEGER innermost.
 inline Bytes nestedDefinite(int levels) {
-    Bytes v = {0x02, 0x01, 0x05};
+    DataBuffer v;
+    EXPECT_TRUE(derbuild::smallInteger(v, 5));
     for (int i = 0; i < levels; ++i) {
-        unsigned char hdr[8];
-        v.insert(v.begin(), hdr, hdr + der::encodeHeader(der::kSequence, v.size(), hdr));
+        DataBuffer outer;
+        EXPECT_TRUE(derbuild::sequence(outer, v));
+        v.clear();
+        v.append(outer);
     }
-    return v;
+    return Bytes(v.getData2(), v.getData2() + v.getSize());
 }
 
 inline bool isStrictDer(const Bytes& v, bool noSegments = false) {

@@ -10,7 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "support/asn1/DerBuild.h"
 #include "support/asn1/DerReader.h"
+#include "support/base/DataBuffer.h"
 #include "support/base/LogBase.h"
 #include "support/base/StringBuffer.h"
 #include "support/x509/OrvaneX509.h"
@@ -20,11 +22,14 @@ namespace x509test {
 
 using Bytes = std::vector<unsigned char>;
 
+inline Bytes bytesOf(const DataBuffer& db) {
+    return Bytes(db.getData2(), db.getData2() + db.getSize());
+}
+
 inline Bytes tlv(unsigned char tag, const Bytes& content) {
-    unsigned char hdr[8];
-    Bytes out(hdr, hdr + der::encodeHeader(tag, content.size(), hdr));
-    out.insert(out.end(), content.begin(), content.end());
-    return out;
+    DataBuffer out;
+    EXPECT_TRUE(derbuild::tlv(out, tag, content.data(), content.size()));
+    return bytesOf(out);
 }
 
 inline Bytes str(const std::string& s) {
@@ -38,10 +43,9 @@ inline Bytes cat(std::initializer_list<Bytes> parts) {
 }
 
 inline Bytes oid(const char* dotted) {
-    unsigned char buf[64];
-    size_t n = 0;
-    der::textToOid(dotted, buf, sizeof buf, &n);
-    return tlv(0x06, Bytes(buf, buf + n));
+    DataBuffer out;
+    EXPECT_TRUE(derbuild::oid(out, dotted)) << dotted;
+    return bytesOf(out);
 }
 
 // AttributeTypeAndValue with a value element given whole.

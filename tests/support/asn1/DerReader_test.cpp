@@ -15,7 +15,8 @@ TEST(DerParser, TypedReaders) {
          {"02020080=128", "020900ffffffffffffffff=18446744073709551615",
           "020901ffffffffffffffff=refused", "020180=refused", "0200=refused", "0101ff=1",
           "01020000=refused", "030205a0=5", "030101=refused", "03020800=refused", "0603551d0f=0",
-          "0603551d8f=refused", "0603558001=refused"}) {
+          "0603551d8f=refused", "0603558001=refused", "010101=refused", "0202007f=refused",
+          "0202ff80=refused", "03020781=refused", "03020780=7"}) {
         Bytes in = fromHex(c.substr(0, c.find('=')));
         DerParser p(DerInput(in.data(), in.size()));
         uint64_t v = 0;

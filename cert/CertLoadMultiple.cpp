@@ -1,7 +1,10 @@
 // Multi-object PEM: choose the primary certificate, attach its key, and hand
 // the other certificates to the store. The only place certificates enter a store.
+#include <memory>
+
 #include "cert/CertCore.h"
 #include "support/base/ExtPtrArray.h"
+#include "support/base/RefPtr.h"
 #include "support/pem/ClsCert.h"
 #include "support/pem/ClsPem.h"
 #include "support/pem/ClsPrivateKey.h"
@@ -29,29 +32,17 @@ CertCore* CertCore::createFromPemMultiple(ClsPem& pem, SystemCerts* store, LogBa
     int numKeys = pem.get_NumPrivateKeys();
     log.LogDataLong("numKeys", numKeys);
     for (int k = 0; k < numKeys; ++k) {
-        UnshroudedKey2* uk = UnshroudedKey2::createNewObject();
+        std::unique_ptr<UnshroudedKey2> uk(UnshroudedKey2::createNewObject());
         if (!uk) return nullptr;
-        ClsPrivateKey* pk = pem.getClsPrivateKey(k, log);
-        if (!pk) {
-            delete uk;
-            continue;
-        }
-        if (!pk->toPrivateKey(uk->m_key, log)) {
-            pk->decRefCount();
-            delete uk;
-            return nullptr;
-        }
-        StringBuffer* id = StringBuffer::createNewSB();
-        if (!id) {
-            pk->decRefCount();
-            delete uk;
-            return nullptr;
-        }
+        auto pk = RefPtr<ClsPrivateKey>::adopt(pem.getClsPrivateKey(k, log));
+        if (!pk) continue;
+        if (!pk->toPrivateKey(uk->m_key, log)) return nullptr;
+        std::unique_ptr<StringBuffer> id(StringBuffer::createNewSB());
+        if (!id) return nullptr;
         uk->m_key.getOrvaneKeyId64(*id, log);
         uk->m_key.logKeyType(log);
-        keyIds.appendSb(id);
-        keys.appendPtr(uk);
-        pk->decRefCount();
+        keyIds.appendSb(id.release());
+        keys.appendPtr(uk.release());
     }
 
     int numCerts = pem.get_NumCerts();
@@ -62,9 +53,8 @@ CertCore* CertCore::createFromPemMultiple(ClsPem& pem, SystemCerts* store, LogBa
     bool primaryHasKey = false;
     XString dn;
     for (int i = 0; i < numCerts; ++i) {
-        ClsCert* cc = pem.getCert(i, log);
+        auto cc = RefPtr<ClsCert>::adopt(pem.getCert(i, log));
         if (!cc) continue;
-        RefCountedObjectOwner release(cc);
         CertCore* cert = cc->getCertificateDoNotDelete();
         if (!cert) continue;
 

@@ -15,6 +15,7 @@
 #include "support/base/DataBuffer.h"
 #include "support/base/ExtPtrArray.h"
 #include "support/base/LogBase.h"
+#include "support/base/RefPtr.h"
 #include "support/base/StringBuffer.h"
 #include "support_common/TestUtil.h"
 
@@ -74,11 +75,11 @@ inline bool isStrictDer(const Bytes& v, bool noSegments = false) {
     return der::isStrictDer(DerInput(v.data(), v.size()), noSegments);
 }
 
-// Owns one reference to a node.
-struct Release {
-    void operator()(_ovAsn1* p) const { RefCountedObject::release(p); }
-};
-using NodeRef = std::unique_ptr<_ovAsn1, Release>;
+// Owns the reference a decoder or node factory hands out.
+using NodeRef = RefPtr<_ovAsn1>;
+inline NodeRef adopt(_ovAsn1* node) {
+    return NodeRef::adopt(node);
+}
 
 inline _ovAsn1* decode(const Bytes& v, LogBase& log) {
     return _ovAsn1::DecodeToAsn_1Step(v.data(), static_cast<unsigned>(v.size()), log);

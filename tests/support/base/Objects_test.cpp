@@ -8,6 +8,7 @@
 #include "support/base/OrvaneCritSec.h"
 #include "support/base/OrvaneObject.h"
 #include "support/base/Psdk.h"
+#include "support/base/RefPtr.h"
 
 namespace {
 
@@ -39,6 +40,31 @@ TEST(RefCountedObject, LastReleaseDeletesAndOwnersRelease) {
     EXPECT_EQ(deaths, 2);
     RefCountedObject::release(nullptr);  // null-safe
     _clsOwner none;
+}
+
+// adopt takes over the caller's reference, retain takes one of its own; a
+// moved-from or released RefPtr gives nothing back at scope exit.
+TEST(RefPtr, AdoptRetainMoveRelease) {
+    int deaths = 0;
+    auto* shared = new Tracked(&deaths);
+    {
+        auto first = RefPtr<Tracked>::retain(shared);  // fresh object: 0 -> 1
+        shared->incRefCount();                         // a reference the caller hands over
+        auto second = RefPtr<Tracked>::adopt(shared);
+        RefPtr<Tracked> moved(std::move(first));
+        EXPECT_FALSE(first);
+        EXPECT_EQ(2, shared->getRefCount());
+    }
+    EXPECT_EQ(1, deaths);
+
+    auto* kept = new Tracked(&deaths);
+    {
+        auto ref = RefPtr<Tracked>::retain(kept);
+        EXPECT_EQ(kept, ref.release());
+    }
+    EXPECT_EQ(1, kept->getRefCount());
+    kept->decRefCount();
+    EXPECT_EQ(2, deaths);
 }
 
 TEST(RefCountedObject, CountsAreExactAcrossThreads) {

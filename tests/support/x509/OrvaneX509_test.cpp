@@ -12,6 +12,7 @@
 #include "X509TestUtil.h"
 #include "support/asn1/Asn1Node.h"
 #include "support/asn1/Asn1Xml.h"
+#include "support/base/RefPtr.h"
 #include "support/base/XString.h"
 #include "support/crypto/OvPublicKey.h"
 #include "support/time/OrvaneSysTime.h"
@@ -112,8 +113,7 @@ TEST(OrvaneX509Fixtures, SerialsDatesNamesAndSignaturesMatchOpenssl) {
         DataBuffer der;
         StringBuffer xml;
         der.append(x->subjectDer().data(), static_cast<unsigned>(x->subjectDer().size()));
-        ClsXml* doc = ClsXml::createNewCls();
-        _clsOwner owner(doc);
+        auto doc = RefPtr<ClsXml>::retain(ClsXml::createNewCls());
         ASSERT_TRUE(doc && Asn1Xml::derToXml(der, true, true, xml, nullptr, log) &&
                     doc->loadXml(xml, true, log));
         for (int style : {0, 1}) {

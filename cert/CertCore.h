@@ -244,5 +244,4 @@ class CertCore : public RefCountedObject, public OrvaneCritSec {
 
   private:
     void initFields();
-    bool copyCertDer(DataBuffer& der) const;
 };

@@ -44,13 +44,17 @@ bool dottedToOid(const char* dotted, unsigned char* buf, size_t cap, DerInput* o
 void OrvaneX509::reset() {
     m_der.clearWithDeallocate();
     m_loaded = false;
-    m_version = 0;
-    m_tbs = m_serial = m_issuer = m_notBefore = m_notAfter = m_subject = Span();
-    m_spki = m_spkiAlgOid = m_spkiBits = m_exts = m_sigAlg = m_sigBits = m_tbsSigAlg = Span();
-    for (Span& s : m_known) s = Span();
-    m_knownPresent = 0;
-    m_knownCritical = 0;
+    m_at = Layout();
     m_sha1State.store(0, std::memory_order_relaxed);
+}
+
+void OrvaneX509::takeParsed(OrvaneX509& from) {
+    reset();
+    // The layout is offsets, so it holds for the buffer wherever it lives.
+    m_der.swap(from.m_der);
+    m_at = from.m_at;
+    m_loaded = from.m_loaded;
+    from.reset();
 }
 
 OrvaneX509::Span OrvaneX509::spanOf(DerInput v) const {
@@ -102,7 +106,7 @@ bool OrvaneX509::loadPkcs7Leaf(DerInput in, LogBase& log) {
     if (!X509Pkcs7::certificates(in, views, log)) return false;
     if (views.empty()) return fail(log, "PKCS7 holds no certificates.");
 
-    // Parse each one on its own; the leaf is then loaded again into this object.
+    // Parse each one on its own; the leaf's parse is then taken over as it is.
     std::vector<std::unique_ptr<OrvaneX509>> parsed;
     std::vector<OrvaneX509*> certs;
     std::vector<size_t> origin;
@@ -120,12 +124,13 @@ bool OrvaneX509::loadPkcs7Leaf(DerInput in, LogBase& log) {
         return fail(log, "Out of memory loading a certificate.");
     }
     if (certs.empty()) return fail(log, "No certificate in the PKCS7 could be parsed.");
-    int leaf = X509Pkcs7::pickLeaf(certs);
+    const size_t leaf = static_cast<size_t>(X509Pkcs7::pickLeaf(certs));
     if (log.verboseLogging) {
         log.LogDataLong("numCerts", static_cast<long>(views.size()));
-        log.LogDataLong("leafIndex", static_cast<long>(origin[static_cast<size_t>(leaf)]));
+        log.LogDataLong("leafIndex", static_cast<long>(origin[leaf]));
     }
-    return adopt(views[origin[static_cast<size_t>(leaf)]], log);
+    takeParsed(*parsed[leaf]);
+    return true;
 }
 
 bool OrvaneX509::parseCertificate(LogBase& log) {
@@ -147,9 +152,9 @@ bool OrvaneX509::parseCertificate(LogBase& log) {
     if (!cert.readBitString(&sigBits, &unused))
         return fail(log, "Certificate's signature value is missing or malformed.");
     if (cert.hasMore()) return fail(log, "Unexpected data after the certificate's signature.");
-    m_tbs = spanOf(tbs.whole);
-    m_sigAlg = spanOf(sigAlg.whole);
-    m_sigBits = spanOf(sigBits);
+    m_at.tbs = spanOf(tbs.whole);
+    m_at.sigAlg = spanOf(sigAlg.whole);
+    m_at.sigBits = spanOf(sigBits);
 
     //   TBSCertificate  ::=  SEQUENCE  {
     //        version         [0]  EXPLICIT Version DEFAULT v1,
@@ -160,22 +165,22 @@ bool OrvaneX509::parseCertificate(LogBase& log) {
         if (!t.readConstructed(der::contextConstructed(0), &v) || !v.readUint64(&version) ||
             v.hasMore() || version > 255)
             return fail(log, "Certificate version is malformed.");
-        m_version = static_cast<uint8_t>(version);
+        m_at.version = static_cast<uint8_t>(version);
     }
     //        serialNumber         CertificateSerialNumber,
     DerInput serial;
     if (!t.readIntegerBytes(&serial)) return fail(log, "Certificate serial number is malformed.");
-    m_serial = spanOf(serial);
+    m_at.serial = spanOf(serial);
     //        signature            AlgorithmIdentifier,
     DerElement tbsSigAlg;
     if (!t.readElement(der::kSequence, &tbsSigAlg))
         return fail(log, "Certificate's TBS signature algorithm is malformed.");
-    m_tbsSigAlg = spanOf(tbsSigAlg.whole);
+    m_at.tbsSigAlg = spanOf(tbsSigAlg.whole);
     //        issuer               Name,
     DerElement issuer;
     if (!t.readElement(der::kSequence, &issuer))
         return fail(log, "Certificate issuer name is malformed.");
-    m_issuer = spanOf(issuer.whole);
+    m_at.issuer = spanOf(issuer.whole);
     //        validity             Validity,
     //   Validity ::= SEQUENCE { notBefore Time, notAfter Time }
     //   Time ::= CHOICE { utcTime UTCTime, generalTime GeneralizedTime }
@@ -188,13 +193,13 @@ bool OrvaneX509::parseCertificate(LogBase& log) {
         if (e->tag != der::kUtcTime && e->tag != der::kGeneralizedTime)
             return fail(log, "Certificate validity time is neither UTCTime nor GeneralizedTime.");
     }
-    m_notBefore = spanOf(nb.whole);
-    m_notAfter = spanOf(na.whole);
+    m_at.notBefore = spanOf(nb.whole);
+    m_at.notAfter = spanOf(na.whole);
     //        subject              Name,
     DerElement subject;
     if (!t.readElement(der::kSequence, &subject))
         return fail(log, "Certificate subject name is malformed.");
-    m_subject = spanOf(subject.whole);
+    m_at.subject = spanOf(subject.whole);
     //        subjectPublicKeyInfo SubjectPublicKeyInfo,
     DerElement spki;
     DerParser spkiSeq, alg;
@@ -205,9 +210,9 @@ bool OrvaneX509::parseCertificate(LogBase& log) {
     if (!spkiSeq.readSequence(&alg) || !alg.readOid(&algOid) ||
         !spkiSeq.readBitString(&keyBits, &unused) || spkiSeq.hasMore())
         return fail(log, "Certificate public key info is malformed.");
-    m_spki = spanOf(spki.whole);
-    m_spkiAlgOid = spanOf(algOid);
-    m_spkiBits = spanOf(keyBits);
+    m_at.spki = spanOf(spki.whole);
+    m_at.spkiAlgOid = spanOf(algOid);
+    m_at.spkiBits = spanOf(keyBits);
     //        issuerUniqueID  [1]  IMPLICIT UniqueIdentifier OPTIONAL,
     //        subjectUniqueID [2]  IMPLICIT UniqueIdentifier OPTIONAL,
     DerInput ignored;
@@ -230,7 +235,7 @@ bool OrvaneX509::parseCertificate(LogBase& log) {
 
 bool OrvaneX509::parseExtensions(DerInput list, LogBase& log) {
     // The list itself is kept as a position; an empty one still counts as present.
-    m_exts = spanOf(list);
+    m_at.exts = spanOf(list);
     DerParser p(list);
     while (p.hasMore()) {
         X509Extension ext;
@@ -254,10 +259,10 @@ bool OrvaneX509::parseExtensions(DerInput list, LogBase& log) {
         for (const auto& e : kFoundAtLoad)
             if (e.oid->is(ext.oid)) k = e.kind;
         // A repeated extension is forbidden; the first one is the one answered.
-        if (k >= 0 && !(m_knownPresent & (1u << k))) {
-            m_known[k] = spanOf(ext.value);
-            m_knownPresent |= static_cast<uint8_t>(1u << k);
-            if (ext.critical) m_knownCritical |= static_cast<uint8_t>(1u << k);
+        if (k >= 0 && !(m_at.knownPresent & (1u << k))) {
+            m_at.known[k] = spanOf(ext.value);
+            m_at.knownPresent |= static_cast<uint8_t>(1u << k);
+            if (ext.critical) m_at.knownCritical |= static_cast<uint8_t>(1u << k);
         }
     }
     return true;
@@ -353,8 +358,8 @@ bool OrvaneX509::isIssuerSelf(LogBase&) const {
 // ---- Extensions ----------------------------------------------------------------
 
 bool OrvaneX509::knownExt(KnownExt k, DerInput* value) const {
-    if (!m_loaded || !(m_knownPresent & (1u << k))) return false;
-    *value = view(m_known[k]);
+    if (!m_loaded || !(m_at.knownPresent & (1u << k))) return false;
+    *value = view(m_at.known[k]);
     return true;
 }
 
@@ -584,13 +589,13 @@ bool OrvaneX509::get_IssuerSerial(XString& out, LogBase& log) const {
 bool OrvaneX509::get_Version(XString& out, LogBase&) const {
     if (!m_loaded) return false;
     StringBuffer sb;
-    sb.appendUint32(static_cast<unsigned>(m_version) + 1);
+    sb.appendUint32(static_cast<unsigned>(m_at.version) + 1);
     return out.appendSbUtf8(sb);
 }
 
 bool OrvaneX509::get_Valid_To_or_From_UTC(bool from, OrvaneSysTime& out, LogBase& log) const {
     if (!m_loaded) return false;
-    DerParser p(view(from ? m_notBefore : m_notAfter));
+    DerParser p(view(from ? m_at.notBefore : m_at.notAfter));
     DerElement e;
     if (!p.readAny(&e)) return false;
     // Both forms are short ("YYYYMMDDHHMMSS.fffffffZ" at most, in practice); a
@@ -622,7 +627,7 @@ bool OrvaneX509::verifyCertSignature(OrvaneX509* issuer, LogBase& log) const {
     if (!signer->isLoaded()) return fail(log, "The issuer certificate is not loaded.");
     // RFC 5280 4.1.1.2: the outer algorithm must equal the one inside the TBS,
     // otherwise the signed bytes do not say which algorithm was meant.
-    if (!view(m_tbsSigAlg).equals(signatureAlgDer()))
+    if (!view(m_at.tbsSigAlg).equals(signatureAlgDer()))
         return fail(log, "Certificate signature algorithms inside and outside the TBS differ.");
     return ovVerifySignature(signer->spkiDer(), signatureAlgDer(), tbsDer(), signatureBits(), log);
 }

@@ -10,16 +10,17 @@
 #include "support/pem/ClsPrivateKey.h"
 #include "support/pem/UnshroudedKey2.h"
 #include "support/store/SystemCerts.h"
+#include "support/x509/X509Name.h"
 
 namespace {
 
-// Sets dn to the certificate's subject DN (as getSubjectDN gives it), under its
-// lock; leaves dn as it was when the object is not valid.
+// Sets dn to the certificate's subject DN (everyday style, with tags), under
+// its lock; leaves dn as it was when the object is not valid.
 void subjectDnOf(CertCore* cert, XString& dn, LogBase& log) {
     if (!cert->isValidObject()) return;
     CritSecExitor lock(cert);
     dn.clear();
-    if (OrvaneX509* x = cert->getX509()) x->getDN(true, true, dn, log, 0);
+    if (OrvaneX509* x = cert->getX509()) x->getDN(true, true, dn, log, X509Name::kStyleEveryday);
 }
 
 }  // namespace
@@ -89,6 +90,11 @@ CertCore* CertCore::createFromPemMultiple(ClsPem& pem, SystemCerts* store, LogBa
             break;
         }
 
+        // A bundle is about the certificate its private key belongs to, so the
+        // first certificate with a matching key is the primary and every later
+        // one goes to the store. Until then each certificate in turn takes the
+        // place, the one it replaces going to the store: a bundle without a
+        // key yields its last certificate, the answer callers have relied on.
         if (primary && primaryHasKey) {
             if (store) store->addCertificate(cert, log);
         } else {

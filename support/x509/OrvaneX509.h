@@ -56,17 +56,18 @@ class OrvaneX509 : public NonRefCountedObj {
     // Text forms. The RDNs are listed most specific first (the last encoded RDN
     // first, as RFC 4514 prints them) by getDN, and in encoding order by
     // getDN_reverseOrder. withTags puts "CN=" style short names before values.
-    // style 0, the everyday form: RDNs separated by ", ", the values of a
-    // multi-valued RDN by "+"; a value holding , + = " \ < > # ; a line break or
-    // edge spaces is put in double quotes with inner quotes doubled.
-    // style 1, RFC 4514: "," and "+" without spaces, special characters escaped
-    // with a backslash, control characters as \XX. Other styles act as 0.
+    // X509Name::kStyleEveryday (0), the everyday form: RDNs separated by ", ",
+    // the values of a multi-valued RDN by "+"; a value holding , + = " \ < > # ;
+    // a line break or edge spaces is put in double quotes with inner quotes
+    // doubled. X509Name::kStyleRfc4514 (1): "," and "+" without spaces, special
+    // characters escaped with a backslash, control characters as \XX. Other
+    // styles act as the everyday one.
     // Values of a non-string type print as "#" and the hex of their DER.
     bool getDN(bool subject, bool withTags, XString& out, LogBase& log, int style) const;
     bool getDN_reverseOrder(bool subject, bool withTags, int style, XString& out,
                             LogBase& log) const;
     // getDnAsn returns the name as an ASN.1 tree holding one reference for the
-    // caller (release with decRefCount), or null.
+    // caller (RefPtr<_ovAsn1>::adopt it), or null.
     _ovAsn1* getDnAsn(bool subject, LogBase& log) const;
     // getDnJson appends JSON members without braces, in encoding order, e.g.
     // "C":"US","O":"Example","CN":"Leaf". An attribute type that occurs more
@@ -122,8 +123,8 @@ class OrvaneX509 : public NonRefCountedObj {
     // value's outermost element (e.g. the key id bytes of a subject key id).
     bool getExtensionDataByOid(const char* oid, DataBuffer& out, LogBase& log) const;
     bool getExtensionDerDataByOid(const char* oid, DataBuffer& out, LogBase& log) const;
-    // getExtensionTextByOid appends a one-line text form (see X509ExtText.h for
-    // each extension); false when the value has no text form.
+    // getExtensionTextByOid appends a one-line text form (X509ExtText::appendText
+    // in X509Ext.h lists each extension's); false when the value has no text form.
     bool getExtensionTextByOid(const char* oid, StringBuffer& out, LogBase& log) const;
     // getSubjectAlternativeNameXml appends <subjectAltName> with one child per
     // GeneralName (rfc822Name, dNSName, uniformResourceIdentifier, iPAddress,

@@ -1,5 +1,6 @@
-// Readers of the common certificate extension values (X509ExtRead) and their
-// text and XML forms (X509ExtText). Each takes the extension value's DER: the
+// The Extension reader every Extensions list goes through, readers of the
+// common extension values (X509ExtRead) and their text and XML forms
+// (X509ExtText). The value readers take the extension value's DER: the
 // contents of extnValue.
 #pragma once
 

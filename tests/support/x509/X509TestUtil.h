@@ -105,17 +105,4 @@ inline std::string x509Field(const std::string& name, const std::string& opts) {
     return p == std::string::npos ? line : line.substr(p + 1);
 }
 
-// Every certificate fixture and the one that signed it (null: self-signed).
-inline const char* const kCerts[][2] = {
-    {"root.der", nullptr},           {"inter.der", "root.der"},
-    {"leaf_rsa.der", "root.der"},    {"leaf_pss.der", "root.der"},
-    {"leaf_p256.der", "inter.der"},  {"leaf_p384.der", "inter.der"},
-    {"leaf_p521.der", "inter.der"},  {"leaf_ed25519.der", "inter.der"},
-    {"leaf_ed448.der", "inter.der"}, {"leaf_dsa.der", "inter.der"},
-    {"name_bmp.der", nullptr},       {"name_utf8.der", nullptr},
-    {"name_multi.der", nullptr},     {"name_escaped.der", nullptr},
-    {"time_2060.der", nullptr},      {"expired.der", nullptr},
-    {"serial_neg.der", nullptr},     {"serial_20.der", nullptr},
-    {"serial_00ff.der", nullptr},    {"v1.der", nullptr},
-};
 }  // namespace x509test

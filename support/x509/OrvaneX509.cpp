@@ -171,16 +171,18 @@ bool OrvaneX509::parseCertificate(LogBase& log) {
     DerInput serial;
     if (!t.readIntegerBytes(&serial)) return fail(log, "Certificate serial number is malformed.");
     m_at.serial = spanOf(serial);
+    // The fields kept whole: a SEQUENCE whose position is recorded.
+    auto sequenceAt = [&](Span* at, const char* error) {
+        DerElement e;
+        if (!t.readElement(der::kSequence, &e)) return fail(log, error);
+        *at = spanOf(e.whole);
+        return true;
+    };
     //        signature            AlgorithmIdentifier,
-    DerElement tbsSigAlg;
-    if (!t.readElement(der::kSequence, &tbsSigAlg))
-        return fail(log, "Certificate's TBS signature algorithm is malformed.");
-    m_at.tbsSigAlg = spanOf(tbsSigAlg.whole);
+    if (!sequenceAt(&m_at.tbsSigAlg, "Certificate's TBS signature algorithm is malformed."))
+        return false;
     //        issuer               Name,
-    DerElement issuer;
-    if (!t.readElement(der::kSequence, &issuer))
-        return fail(log, "Certificate issuer name is malformed.");
-    m_at.issuer = spanOf(issuer.whole);
+    if (!sequenceAt(&m_at.issuer, "Certificate issuer name is malformed.")) return false;
     //        validity             Validity,
     //   Validity ::= SEQUENCE { notBefore Time, notAfter Time }
     //   Time ::= CHOICE { utcTime UTCTime, generalTime GeneralizedTime }
@@ -196,10 +198,7 @@ bool OrvaneX509::parseCertificate(LogBase& log) {
     m_at.notBefore = spanOf(nb.whole);
     m_at.notAfter = spanOf(na.whole);
     //        subject              Name,
-    DerElement subject;
-    if (!t.readElement(der::kSequence, &subject))
-        return fail(log, "Certificate subject name is malformed.");
-    m_at.subject = spanOf(subject.whole);
+    if (!sequenceAt(&m_at.subject, "Certificate subject name is malformed.")) return false;
     //        subjectPublicKeyInfo SubjectPublicKeyInfo,
     DerElement spki;
     DerParser spkiSeq, alg;
@@ -329,7 +328,7 @@ bool OrvaneX509::nameValue(bool subject, const char* nameOrOid, XString& out, Lo
     unsigned char buf[64];
     const X509AttrType* t = X509Name::typeByName(nameOrOid);
     if (t) {
-        oid = DerInput(t->oid, t->oidLen);
+        oid = t->bytes();
     } else if (!dottedToOid(nameOrOid, buf, sizeof buf, &oid)) {
         return false;
     }

@@ -43,6 +43,20 @@ bool readWholeSequence(DerInput value, DerInput* contents) {
     return p.read(der::kSequence, contents) && !p.hasMore();
 }
 
+// Calls fn(item) with a cursor over each element of a SEQUENCE OF SEQUENCE
+// value; false when malformed or when fn returns false.
+template <typename Fn>
+bool forEachSequenceIn(DerInput value, Fn fn) {
+    DerInput list;
+    if (!readWholeSequence(value, &list)) return false;
+    DerParser p(list);
+    while (p.hasMore()) {
+        DerParser item;
+        if (!p.readSequence(&item) || !fn(item)) return false;
+    }
+    return true;
+}
+
 // Joins GeneralNames as text with ", ".
 bool appendGeneralNames(DerInput seqContents, bool& first, StringBuffer& out) {
     return forEachGeneralName(seqContents, [&](const DerElement& gn) {
@@ -62,23 +76,17 @@ bool appendGeneralNames(DerInput seqContents, bool& first, StringBuffer& out) {
 // Calls fn(fullNameContents) for each DistributionPoint with a fullName.
 template <typename Fn>
 bool forEachCrlFullName(DerInput value, Fn fn) {
-    DerInput list;
-    if (!readWholeSequence(value, &list)) return false;
-    DerParser dps(list);
-    while (dps.hasMore()) {
-        DerParser dp;
-        if (!dps.readSequence(&dp)) return false;
+    return forEachSequenceIn(value, [&](DerParser& dp) {
         bool present = false;
         DerInput dpName;
         if (!dp.readOptional(der::contextConstructed(0), &dpName, &present)) return false;
-        if (!present) continue;
+        if (!present) return true;
         DerParser choice(dpName);
         DerElement name;
         if (!choice.readAny(&name) || choice.hasMore()) return false;
-        if (name.tag != der::contextConstructed(0)) continue;  // relative name: no URI
-        if (!fn(name.contents)) return false;
-    }
-    return true;
+        if (name.tag != der::contextConstructed(0)) return true;  // relative name: no URI
+        return static_cast<bool>(fn(name.contents));
+    });
 }
 
 //   AuthorityInfoAccessSyntax ::= SEQUENCE SIZE (1..MAX) OF AccessDescription
@@ -88,19 +96,14 @@ bool forEachCrlFullName(DerInput value, Fn fn) {
 // false, as forEachGeneralName.
 template <typename Fn>
 bool forEachAccessDescription(DerInput value, Fn fn) {
-    DerInput list;
-    if (!readWholeSequence(value, &list)) return false;
-    DerParser p(list);
-    while (p.hasMore()) {
-        DerParser ad;
+    return forEachSequenceIn(value, [&](DerParser& ad) {
         DerInput method;
         DerElement location;
-        if (!p.readSequence(&ad) || !ad.readOid(&method) || !ad.readAny(&location) ||
-            ad.hasMore() || location.tagClass != 2)
+        if (!ad.readOid(&method) || !ad.readAny(&location) || ad.hasMore() ||
+            location.tagClass != 2)
             return false;
-        if (!fn(method, location)) return false;
-    }
-    return true;
+        return static_cast<bool>(fn(method, location));
+    });
 }
 
 }  // namespace

@@ -8,19 +8,6 @@
 template <class T>
 class RefPtr {
   public:
-    RefPtr() = default;
-    ~RefPtr() { reset(); }
-    RefPtr(const RefPtr&) = delete;
-    RefPtr& operator=(const RefPtr&) = delete;
-    RefPtr(RefPtr&& o) noexcept : m_p(o.m_p) { o.m_p = nullptr; }
-    RefPtr& operator=(RefPtr&& o) noexcept {
-        if (this != &o) {
-            reset();
-            std::swap(m_p, o.m_p);
-        }
-        return *this;
-    }
-
     // Takes over a reference the caller already holds (an object a getter
     // handed out with its count raised).
     static RefPtr adopt(T* p) { return RefPtr(p); }
@@ -31,6 +18,20 @@ class RefPtr {
         if (p) p->incRefCount();
         return RefPtr(p);
     }
+
+    RefPtr() = default;
+    RefPtr(RefPtr&& o) noexcept : m_p(o.m_p) { o.m_p = nullptr; }
+    RefPtr& operator=(RefPtr&& o) noexcept {
+        if (this != &o) {
+            reset();
+            std::swap(m_p, o.m_p);
+        }
+        return *this;
+    }
+    // Copies would need a count of their own: retain says so where one is meant.
+    RefPtr(const RefPtr&) = delete;
+    RefPtr& operator=(const RefPtr&) = delete;
+    ~RefPtr() { reset(); }
 
     T* get() const { return m_p; }
     T* operator->() const { return m_p; }

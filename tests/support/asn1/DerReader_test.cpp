@@ -23,14 +23,14 @@ TEST(DerParser, TypedReaders) {
         {"integer above uint64", "020901ffffffffffffffff", kRefused},
         {"negative integer", "020180", kRefused},
         {"empty integer", "0200", kRefused},
-        {"integer with a superfluous 00", "0202007f", kRefused},
+        {"integer with a superfluous 00", "0202007f", kRefused},  // X.690 8.3.2
         {"integer with a superfluous ff", "0202ff80", kRefused},
         {"boolean true", "0101ff", kRead, 1},
-        {"boolean true not written as ff", "010101", kRefused},
+        {"boolean true not written as ff", "010101", kRefused},  // X.690 11.1
         {"boolean of two bytes", "01020000", kRefused},
         {"bit string, 5 unused zero bits", "030205a0", kRead, 5},
         {"bit string, 7 unused zero bits", "03020780", kRead, 7},
-        {"bit string with a padding bit set", "03020781", kRefused},
+        {"bit string with a padding bit set", "03020781", kRefused},  // X.690 11.2.1
         {"bit string, unused bits without bytes", "030101", kRefused},
         {"bit string, 8 unused bits", "03020800", kRefused},
         {"oid", "0603551d0f", kRead, 0},

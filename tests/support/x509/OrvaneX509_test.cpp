@@ -141,9 +141,12 @@ TEST(OrvaneX509Fixtures, NamesMatchOpensslInBothStyles) {
             XString rfc, everyday;
             ASSERT_TRUE(x->getDN(subject, true, rfc, log, X509Name::kStyleRfc4514) &&
                         x->getDN(subject, true, everyday, log, X509Name::kStyleEveryday));
-            if (!f.rfc4514Why) EXPECT_EQ(x509Field(f.file, opts), rfc.getUtf8());
-            if (!f.everydayWhy)
+            if (!f.rfc4514Why) {
+                EXPECT_EQ(x509Field(f.file, opts), rfc.getUtf8());
+            }
+            if (!f.everydayWhy) {
                 EXPECT_EQ(x509Field(f.file, opts + ",sep_comma_plus_space"), everyday.getUtf8());
+            }
         }
     }
 }

@@ -46,25 +46,19 @@ TEST(RefCountedObject, LastReleaseDeletesAndOwnersRelease) {
 // moved-from or released RefPtr gives nothing back at scope exit.
 TEST(RefPtr, AdoptRetainMoveRelease) {
     int deaths = 0;
-    auto* shared = new Tracked(&deaths);
+    auto* t = new Tracked(&deaths);
     {
-        auto first = RefPtr<Tracked>::retain(shared);  // fresh object: 0 -> 1
-        shared->incRefCount();                         // a reference the caller hands over
-        auto second = RefPtr<Tracked>::adopt(shared);
+        auto first = RefPtr<Tracked>::retain(t);  // fresh object: 0 -> 1
+        t->incRefCount();                         // a reference handed over
+        auto second = RefPtr<Tracked>::adopt(t);
         RefPtr<Tracked> moved(std::move(first));
-        EXPECT_FALSE(first);
-        EXPECT_EQ(2, shared->getRefCount());
+        EXPECT_EQ(2, t->getRefCount());
+        t->incRefCount();
+        EXPECT_EQ(t, RefPtr<Tracked>::adopt(t).release());
     }
+    EXPECT_EQ(0, deaths);  // the released reference is still held
+    t->decRefCount();
     EXPECT_EQ(1, deaths);
-
-    auto* kept = new Tracked(&deaths);
-    {
-        auto ref = RefPtr<Tracked>::retain(kept);
-        EXPECT_EQ(kept, ref.release());
-    }
-    EXPECT_EQ(1, kept->getRefCount());
-    kept->decRefCount();
-    EXPECT_EQ(2, deaths);
 }
 
 TEST(RefCountedObject, CountsAreExactAcrossThreads) {

@@ -162,7 +162,7 @@ TEST(OrvaneX509Fixtures, NameFromXmlIsTheNameFromDer) {
         DataBuffer der;
         StringBuffer xml;
         der.append(x->subjectDer().data(), static_cast<unsigned>(x->subjectDer().size()));
-        auto doc = RefPtr<ClsXml>::retain(ClsXml::createNewCls());
+        auto doc = RefPtr<ClsXml>::adopt(ClsXml::createNewCls());  // comes with a reference
         ASSERT_TRUE(doc && Asn1Xml::derToXml(der, true, true, xml, nullptr, log) &&
                     doc->loadXml(xml, true, log));
         for (int style : {X509Name::kStyleEveryday, X509Name::kStyleRfc4514}) {

@@ -311,12 +311,12 @@ bool otherNameType(const DerElement& gn, StringBuffer& out) {
 
 const GeneralNameForm kGeneralNames[] = {
     {der::contextConstructed(0), "othername:", "otherName", otherNameType, GnXml::kOtherName},
-    {der::contextPrimitive(1), "email:", "rfc822Name", ia5Value, GnXml::kValue},
+    {kGnRfc822, "email:", "rfc822Name", ia5Value, GnXml::kValue},
     {der::contextPrimitive(2), "DNS:", "dNSName", ia5Value, GnXml::kValue},
     {der::contextConstructed(3), "X400Name", "x400Address", nullptr, GnXml::kHexWhole},
     {der::contextConstructed(4), "DirName:", "directoryName", directoryValue, GnXml::kValue},
     {der::contextConstructed(5), "EdiPartyName", "ediPartyName", nullptr, GnXml::kHexWhole},
-    {der::contextPrimitive(6), "URI:", "uniformResourceIdentifier", ia5Value, GnXml::kValue},
+    {kGnUri, "URI:", "uniformResourceIdentifier", ia5Value, GnXml::kValue},
     {der::contextPrimitive(7), "IP:", "iPAddress", ipValue, GnXml::kValue},
     {der::contextPrimitive(8), "RID:", "registeredID", ridValue, GnXml::kValue},
 };

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 
 #include "support/asn1/DerReader.h"
 
@@ -39,7 +40,12 @@ struct KnownOid {
     }
 
     DerInput bytes() const { return DerInput(der, len); }
-    bool is(DerInput oid) const { return oid.equals(der, len); }
+    // Siblings in the table differ in their last octet, so it is compared
+    // first: the parser asks this of every extension against every row.
+    bool is(DerInput oid) const {
+        return oid.size() == len && len != 0 && oid[len - 1] == der[len - 1] &&
+               memcmp(oid.data(), der, len) == 0;
+    }
 };
 
 namespace oids {

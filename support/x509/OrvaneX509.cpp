@@ -255,8 +255,12 @@ bool OrvaneX509::parseExtensions(DerInput list, LogBase& log) {
             {&oids::kAuthorityInfoAccess, kAia},
         };
         int k = -1;
-        for (const auto& e : kFoundAtLoad)
-            if (e.oid->is(ext.oid)) k = e.kind;
+        for (const auto& e : kFoundAtLoad) {
+            if (e.oid->is(ext.oid)) {
+                k = e.kind;
+                break;
+            }
+        }
         // A repeated extension is forbidden; the first one is the one answered.
         if (k >= 0 && !(m_at.knownPresent & (1u << k))) {
             m_at.known[k] = spanOf(ext.value);

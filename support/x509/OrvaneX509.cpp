@@ -172,17 +172,17 @@ bool OrvaneX509::parseCertificate(LogBase& log) {
     if (!t.readIntegerBytes(&serial)) return fail(log, "Certificate serial number is malformed.");
     m_at.serial = spanOf(serial);
     // The fields kept whole: a SEQUENCE whose position is recorded.
-    auto sequenceAt = [&](Span* at, const char* error) {
+    auto sequenceAt = [&](Span* at) {
         DerElement e;
-        if (!t.readElement(der::kSequence, &e)) return fail(log, error);
+        if (!t.readElement(der::kSequence, &e)) return false;
         *at = spanOf(e.whole);
         return true;
     };
     //        signature            AlgorithmIdentifier,
-    if (!sequenceAt(&m_at.tbsSigAlg, "Certificate's TBS signature algorithm is malformed."))
-        return false;
+    if (!sequenceAt(&m_at.tbsSigAlg))
+        return fail(log, "Certificate's TBS signature algorithm is malformed.");
     //        issuer               Name,
-    if (!sequenceAt(&m_at.issuer, "Certificate issuer name is malformed.")) return false;
+    if (!sequenceAt(&m_at.issuer)) return fail(log, "Certificate issuer name is malformed.");
     //        validity             Validity,
     //   Validity ::= SEQUENCE { notBefore Time, notAfter Time }
     //   Time ::= CHOICE { utcTime UTCTime, generalTime GeneralizedTime }
@@ -198,7 +198,7 @@ bool OrvaneX509::parseCertificate(LogBase& log) {
     m_at.notBefore = spanOf(nb.whole);
     m_at.notAfter = spanOf(na.whole);
     //        subject              Name,
-    if (!sequenceAt(&m_at.subject, "Certificate subject name is malformed.")) return false;
+    if (!sequenceAt(&m_at.subject)) return fail(log, "Certificate subject name is malformed.");
     //        subjectPublicKeyInfo SubjectPublicKeyInfo,
     DerElement spki;
     DerParser spkiSeq, alg;

@@ -358,7 +358,6 @@ class CertCore : public RefCountedObject, public OrvaneCritSec {
 
   private:
     void initFields();
-    bool copyCertDer(DataBuffer& der) const;
     // hasPrivateKey's login and key search; the caller holds the lock.
     void loginAndFindTokenKey(LogBase& log);
 };

@@ -1,22 +1,26 @@
 // Multi-object PEM: choose the primary certificate, attach its key, and hand
 // the other certificates to the store. The only place certificates enter a store.
+#include <memory>
+
 #include "cert/CertCore.h"
 #include "support/base/ExtPtrArray.h"
+#include "support/base/RefPtr.h"
 #include "support/pem/ClsCert.h"
 #include "support/pem/ClsPem.h"
 #include "support/pem/ClsPrivateKey.h"
 #include "support/pem/UnshroudedKey2.h"
 #include "support/store/SystemCerts.h"
+#include "support/x509/X509Name.h"
 
 namespace {
 
-// Sets dn to the certificate's subject DN (as getSubjectDN gives it), under its
-// lock; leaves dn as it was when the object is not valid.
+// Sets dn to the certificate's subject DN (everyday style, with tags), under
+// its lock; leaves dn as it was when the object is not valid.
 void subjectDnOf(CertCore* cert, XString& dn, LogBase& log) {
     if (!cert->isValidObject()) return;
     CritSecExitor lock(cert);
     dn.clear();
-    if (OrvaneX509* x = cert->getX509()) x->getDN(true, true, dn, log, 0);
+    if (OrvaneX509* x = cert->getX509()) x->getDN(true, true, dn, log, X509Name::kStyleEveryday);
 }
 
 }  // namespace
@@ -29,29 +33,17 @@ CertCore* CertCore::createFromPemMultiple(ClsPem& pem, SystemCerts* store, LogBa
     int numKeys = pem.get_NumPrivateKeys();
     log.LogDataLong("numKeys", numKeys);
     for (int k = 0; k < numKeys; ++k) {
-        UnshroudedKey2* uk = UnshroudedKey2::createNewObject();
+        std::unique_ptr<UnshroudedKey2> uk(UnshroudedKey2::createNewObject());
         if (!uk) return nullptr;
-        ClsPrivateKey* pk = pem.getClsPrivateKey(k, log);
-        if (!pk) {
-            delete uk;
-            continue;
-        }
-        if (!pk->toPrivateKey(uk->m_key, log)) {
-            pk->decRefCount();
-            delete uk;
-            return nullptr;
-        }
-        StringBuffer* id = StringBuffer::createNewSB();
-        if (!id) {
-            pk->decRefCount();
-            delete uk;
-            return nullptr;
-        }
+        auto pk = RefPtr<ClsPrivateKey>::adopt(pem.getClsPrivateKey(k, log));
+        if (!pk) continue;
+        if (!pk->toPrivateKey(uk->m_key, log)) return nullptr;
+        std::unique_ptr<StringBuffer> id(StringBuffer::createNewSB());
+        if (!id) return nullptr;
         uk->m_key.getOrvaneKeyId64(*id, log);
         uk->m_key.logKeyType(log);
-        keyIds.appendSb(id);
-        keys.appendPtr(uk);
-        pk->decRefCount();
+        keyIds.appendSb(id.release());
+        keys.appendPtr(uk.release());
     }
 
     int numCerts = pem.get_NumCerts();
@@ -62,9 +54,8 @@ CertCore* CertCore::createFromPemMultiple(ClsPem& pem, SystemCerts* store, LogBa
     bool primaryHasKey = false;
     XString dn;
     for (int i = 0; i < numCerts; ++i) {
-        ClsCert* cc = pem.getCert(i, log);
+        auto cc = RefPtr<ClsCert>::adopt(pem.getCert(i, log));
         if (!cc) continue;
-        RefCountedObjectOwner release(cc);
         CertCore* cert = cc->getCertificateDoNotDelete();
         if (!cert) continue;
 
@@ -99,6 +90,11 @@ CertCore* CertCore::createFromPemMultiple(ClsPem& pem, SystemCerts* store, LogBa
             break;
         }
 
+        // A bundle is about the certificate its private key belongs to, so the
+        // first certificate with a matching key is the primary and every later
+        // one goes to the store. Until then each certificate in turn takes the
+        // place, the one it replaces going to the store: a bundle without a
+        // key yields its last certificate, the answer callers have relied on.
         if (primary && primaryHasKey) {
             if (store) store->addCertificate(cert, log);
         } else {

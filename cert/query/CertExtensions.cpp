@@ -4,27 +4,21 @@
 // what callers have come to depend on, quirks included.
 #include "cert/CertCore.h"
 #include "cert/LockedQuery.h"
+#include "support/asn1/OidTable.h"
 #include "support/base/ovstr.h"
 
 namespace {
 
-const char* const kOidExtKeyUsage = "2.5.29.37";  // id-ce-extKeyUsage
-const char* const kOidKeyUsage = "2.5.29.15";     // id-ce-keyUsage
-const char* const kOidAuthKeyId = "2.5.29.35";    // id-ce-authorityKeyIdentifier
-
 struct EkuRow {
-    const char* oid;
+    const KnownOid& oid;
     const char* text;
 };
 
 // Reported in this order whatever the certificate's order.
 const EkuRow kEkuNames[] = {
-    {"1.3.6.1.5.5.7.3.1", "serverAuth,"},       // id-kp-serverAuth
-    {"1.3.6.1.5.5.7.3.2", "clientAuth,"},       // id-kp-clientAuth
-    {"1.3.6.1.5.5.7.3.3", "codeSigning,"},      // id-kp-codeSigning
-    {"1.3.6.1.5.5.7.3.4", "emailProtection,"},  // id-kp-emailProtection
-    {"1.3.6.1.5.5.7.3.8", "timeStamping,"},     // id-kp-timeStamping
-    {"1.3.6.1.5.5.7.3.9", "OCSPSigning,"},      // id-kp-OCSPSigning
+    {oids::kKpServerAuth, "serverAuth,"},     {oids::kKpClientAuth, "clientAuth,"},
+    {oids::kKpCodeSigning, "codeSigning,"},   {oids::kKpEmailProtection, "emailProtection,"},
+    {oids::kKpTimeStamping, "timeStamping,"}, {oids::kKpOcspSigning, "OCSPSigning,"},
 };
 
 }  // namespace
@@ -71,11 +65,11 @@ bool CertCore::getExtendedKeyUsage(StringBuffer& out, LogBase& log) {
     out.clear();
     return locked(*this, false, [&](OrvaneX509* x) {
         StringBuffer xml;
-        if (!x->getExtensionAsnXmlByOid(kOidExtKeyUsage, xml, log)) return false;
+        if (!x->getExtensionAsnXmlByOid(oids::kExtKeyUsage.dotted, xml, log)) return false;
         // A bare substring test, not an element match: 1.3.6.1.5.5.7.3.17 also
         // reports serverAuth. Existing callers see that answer; keep it.
         for (const EkuRow& row : kEkuNames) {
-            if (xml.containsSubstring(row.oid)) out.append(row.text);
+            if (xml.containsSubstring(row.oid.dotted)) out.append(row.text);
         }
         if (!out.isEmpty()) out.shorten(1);
         return true;
@@ -85,7 +79,7 @@ bool CertCore::getExtendedKeyUsage(StringBuffer& out, LogBase& log) {
 int CertCore::getIntendedKeyUsage(LogBase& log) {
     return locked(*this, 0, [&](OrvaneX509* x) {
         StringBuffer xml;
-        if (!x->getExtensionAsnXmlByOid(kOidKeyUsage, xml, log)) return 0;
+        if (!x->getExtensionAsnXmlByOid(oids::kKeyUsage.dotted, xml, log)) return 0;
         // The rendering is <bits unused="n">HEX</bits>, the text being the bit
         // string's content bytes: the first two hex digits are bits 0..7.
         if (!xml.beginsWith("<bits")) return 0;
@@ -105,7 +99,7 @@ bool CertCore::getAuthorityKeyIdentifier(DataBuffer& keyId, XString* keyIdBase64
     OrvaneX509* x = getX509();
     if (!x) return false;
     StringBuffer xml;
-    if (!x->getExtensionAsnXmlByOid(kOidAuthKeyId, xml, log)) return false;
+    if (!x->getExtensionAsnXmlByOid(oids::kAuthorityKeyId.dotted, xml, log)) return false;
     // <sequence><contextSpecific tag="0" ...>BASE64</contextSpecific>...: the
     // first '>' ends the sequence's start tag, the second that of the first
     // context-specific element, whose primitive content is written in base64.
@@ -134,40 +128,42 @@ int CertCore::getVersion(LogBase& log) {
 // The extended key usage XML without whitespace, so that element literals
 // match however the renderer lays it out; false when the extension is absent.
 static bool ekuXmlCompact(OrvaneX509* x, StringBuffer& xml, LogBase& log) {
-    if (!x->getExtensionAsnXmlByOid(kOidExtKeyUsage, xml, log)) return false;
+    if (!x->getExtensionAsnXmlByOid(oids::kExtKeyUsage.dotted, xml, log)) return false;
     xml.removeFws();
     return true;
 }
 
 // Shared body of the purpose tests that look for one element only.
-static bool hasPurpose(CertCore& cert, const char* element, LogBase& log) {
+static bool hasPurpose(CertCore& cert, const KnownOid& purpose, LogBase& log) {
     return locked(cert, false, [&](OrvaneX509* x) {
-        StringBuffer xml;
-        return ekuXmlCompact(x, xml, log) && xml.containsSubstring(element);
+        StringBuffer xml, element;
+        element.append3("<oid>", purpose.dotted, "</oid>");
+        return ekuXmlCompact(x, xml, log) && xml.containsSubstring(element.getString());
     });
 }
 
 bool CertCore::forServerAuthentication(LogBase& log) {
-    return hasPurpose(*this, "<oid>1.3.6.1.5.5.7.3.1</oid>", log);
+    return hasPurpose(*this, oids::kKpServerAuth, log);
 }
 
 bool CertCore::forClientAuthentication(LogBase& log) {
-    return hasPurpose(*this, "<oid>1.3.6.1.5.5.7.3.2</oid>", log);
+    return hasPurpose(*this, oids::kKpClientAuth, log);
 }
 
 bool CertCore::forCodeSigning(LogBase& log) {
-    return hasPurpose(*this, "<oid>1.3.6.1.5.5.7.3.3</oid>", log);
+    return hasPurpose(*this, oids::kKpCodeSigning, log);
 }
 
 bool CertCore::forTimeStamping(LogBase& log) {
-    return hasPurpose(*this, "<oid>1.3.6.1.5.5.7.3.8</oid>", log);
+    return hasPurpose(*this, oids::kKpTimeStamping, log);
 }
 
 bool CertCore::forSecureEmail(LogBase& log) {
     return locked(*this, false, [&](OrvaneX509* x) {
-        StringBuffer xml;
+        StringBuffer xml, element;
         if (!ekuXmlCompact(x, xml, log)) return false;
-        if (xml.containsSubstring("<oid>1.3.6.1.5.5.7.3.4</oid>")) return true;
+        element.append3("<oid>", oids::kKpEmailProtection.dotted, "</oid>");
+        if (xml.containsSubstring(element.getString())) return true;
         // Lenient on purpose: a certificate restricted to other purposes still
         // passes when its subject carries an e-mail address.
         XString email;

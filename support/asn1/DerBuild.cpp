@@ -22,6 +22,19 @@ bool tlv(DataBuffer& out, unsigned tag, const DataBuffer& content) {
     return tlv(out, tag, content.getData2(), content.getSize());
 }
 
+bool octetString(DataBuffer& out, const DataBuffer& content) {
+    return tlv(out, der::kOctetString, content);
+}
+
+bool integerBytes(DataBuffer& out, const DataBuffer& content) {
+    return tlv(out, der::kInteger, content);
+}
+
+bool boolean(DataBuffer& out, bool value) {
+    const unsigned char v = value ? 0xff : 0x00;
+    return tlv(out, der::kBoolean, &v, 1);
+}
+
 bool oid(DataBuffer& out, const char* dotted) {
     unsigned char buf[64];
     size_t n = 0;

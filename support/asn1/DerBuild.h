@@ -1,12 +1,14 @@
-// Small DER encoders (SPKI, PKCS#8, traditional private keys, OCSP, CRL),
-// beside the reader. Each appends one complete element to out and
-// returns false, leaving out as it was, when memory runs out or an OID text is
-// malformed.
+// The component's DER writer (keys, OCSP requests, CRL and test inputs), beside
+// the reader. Each function appends one complete element to out and returns
+// false, leaving out as it was, when memory runs out or an OID text is
+// malformed. Constructed values are built inside out: the contents first, in a
+// buffer of their own, then wrapped.
 #pragma once
 
 #include <cstddef>
 
 #include "support/asn1/DerReader.h"
+#include "support/asn1/OidTable.h"
 
 class DataBuffer;
 
@@ -18,8 +20,23 @@ bool tlv(DataBuffer& out, unsigned tag, const DataBuffer& content);
 inline bool tlv(DataBuffer& out, unsigned tag, DerInput content) {
     return tlv(out, tag, content.data(), content.size());
 }
-// OBJECT IDENTIFIER from dotted text.
+inline bool sequence(DataBuffer& out, const DataBuffer& content) {
+    return tlv(out, der::kSequence, content);
+}
+// [n] EXPLICIT: the context-specific constructed tag around one element.
+inline bool explicitTag(DataBuffer& out, unsigned n, const DataBuffer& element) {
+    return tlv(out, der::contextConstructed(n), element);
+}
+bool octetString(DataBuffer& out, const DataBuffer& content);
+// INTEGER whose content octets are given as they are to be encoded.
+bool integerBytes(DataBuffer& out, const DataBuffer& content);
+// BOOLEAN as DER writes it: FF for true, 00 for false.
+bool boolean(DataBuffer& out, bool value);
+// OBJECT IDENTIFIER from dotted text, or from a row of the OID table.
 bool oid(DataBuffer& out, const char* dotted);
+inline bool oid(DataBuffer& out, const KnownOid& known) {
+    return tlv(out, der::kOid, known.bytes());
+}
 bool null(DataBuffer& out);
 // INTEGER holding a small non-negative value.
 bool smallInteger(DataBuffer& out, unsigned value);

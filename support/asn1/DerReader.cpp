@@ -168,7 +168,23 @@ bool DerParser::readOid(DerInput* oid) {
     });
 }
 
+namespace {
+
+// X.690 8.3.2: the first nine bits of an INTEGER are never all zeros or all ones.
+const char* integerProblem(DerInput c) {
+    if (c.empty()) return "ASN.1 INTEGER is empty";
+    if (c.size() > 1 && ((c[0] == 0x00 && !(c[1] & 0x80)) || (c[0] == 0xff && (c[1] & 0x80))))
+        return "ASN.1 INTEGER is not in its shortest form";
+    return nullptr;
+}
+
+}  // namespace
+
 bool DerParser::readIntegerBytes(DerInput* contents) {
+    return readChecked(der::kInteger, contents, integerProblem);
+}
+
+bool DerParser::readIntegerBytesLenient(DerInput* contents) {
     return readChecked(der::kInteger, contents, [](DerInput c) -> const char* {
         return c.empty() ? "ASN.1 INTEGER is empty" : nullptr;
     });
@@ -177,7 +193,7 @@ bool DerParser::readIntegerBytes(DerInput* contents) {
 bool DerParser::readUint64(uint64_t* value) {
     DerInput c;
     if (!readChecked(der::kInteger, &c, [](DerInput in) -> const char* {
-            if (in.empty()) return "ASN.1 INTEGER is empty";
+            if (const char* why = integerProblem(in)) return why;
             if ((in[0] & 0x80) || in.size() > 9 || (in.size() == 9 && in[0] != 0))
                 return "ASN.1 INTEGER is negative or too large";
             return nullptr;
@@ -191,8 +207,10 @@ bool DerParser::readUint64(uint64_t* value) {
 
 bool DerParser::readBool(bool* value) {
     DerInput c;
+    // X.690 11.1: DER writes TRUE as FF and nothing else.
     if (!readChecked(der::kBoolean, &c, [](DerInput in) -> const char* {
-            return in.size() != 1 ? "ASN.1 BOOLEAN is not one byte" : nullptr;
+            if (in.size() != 1) return "ASN.1 BOOLEAN is not one byte";
+            return in[0] == 0x00 || in[0] == 0xff ? nullptr : "ASN.1 BOOLEAN is neither 00 nor FF";
         }))
         return false;
     *value = c[0] != 0;
@@ -201,9 +219,12 @@ bool DerParser::readBool(bool* value) {
 
 bool DerParser::readBitString(DerInput* bits, unsigned* unusedBits) {
     DerInput c;
+    // X.690 11.2.1: the unused bits of the last byte are zero.
     if (!readChecked(der::kBitString, &c, [](DerInput in) -> const char* {
             bool bad = in.empty() || in[0] > 7 || (in.size() == 1 && in[0] != 0);
-            return bad ? "ASN.1 BIT STRING is malformed" : nullptr;
+            if (bad) return "ASN.1 BIT STRING is malformed";
+            const unsigned padding = (1u << in[0]) - 1;
+            return in[in.size() - 1] & padding ? "ASN.1 BIT STRING has padding bits set" : nullptr;
         }))
         return false;
     *unusedBits = c[0];

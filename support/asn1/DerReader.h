@@ -115,8 +115,16 @@ class DerParser {
     [[nodiscard]] bool readSet(DerParser* inner);
     [[nodiscard]] bool readConstructed(unsigned tag, DerParser* inner);
     [[nodiscard]] bool readOid(DerInput* oidContents);
+    // The typed readers are strict DER: an INTEGER in its shortest form (X.690
+    // 8.3.2), a BOOLEAN of 00 or FF (11.1), a BIT STRING whose unused bits are
+    // zero (11.2.1). Every certificate of the system trust store loads under
+    // these rules.
+    //
     // INTEGER content octets as encoded (sign byte kept).
     [[nodiscard]] bool readIntegerBytes(DerInput* contents);
+    // The same with a superfluous leading 00 or FF accepted. Only for reads
+    // whose caller names, beside the call, the input that needs it.
+    [[nodiscard]] bool readIntegerBytesLenient(DerInput* contents);
     // A small non-negative INTEGER that fits in 64 bits.
     [[nodiscard]] bool readUint64(uint64_t* value);
     [[nodiscard]] bool readBool(bool* value);

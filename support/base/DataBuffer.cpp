@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "support/base/ContentCoding.h"
 #include "support/base/LogBase.h"
@@ -266,4 +267,11 @@ bool DataBuffer::saveToFileUtf8(const char* path, LogBase* log) const {
         log->logData("path", path);
     }
     return ok;
+}
+
+void DataBuffer::swap(DataBuffer& other) noexcept {
+    std::swap(m_data, other.m_data);
+    std::swap(m_size, other.m_size);
+    std::swap(m_capacity, other.m_capacity);
+    std::swap(m_secure, other.m_secure);
 }

@@ -51,6 +51,9 @@ class DataBuffer : public NonRefCountedObj {
     bool ensureCapacity(unsigned n);
     // Drops the last n bytes (all of them when n >= size).
     void shorten(unsigned n);
+    // Exchanges the contents (bytes, size, capacity, secure mark) with other;
+    // nothing is copied or allocated.
+    void swap(DataBuffer& other) noexcept;
 
     // Decodes text in the named encoding ("base64", "hex"; "base64url" too) and
     // appends the bytes. False (nothing appended) when the text is not valid in it.

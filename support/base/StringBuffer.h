@@ -76,7 +76,7 @@ class StringBuffer : public NonRefCountedObj {
     // Decodes the text in the named encoding ("base64", "hex") and appends the bytes.
     bool decode(const char* encoding, DataBuffer& out, LogBase& log) const;
 
-    // Descrambles, in place, a literal produced by tools/scramble (the library keeps
+    // Descrambles, in place, a literal produced by tools/litscram (the library keeps
     // a few marker texts out of the binary's plain strings).
     static void litScram(char* s);
     // The scrambling itself, the inverse of litScram, for producing literals.

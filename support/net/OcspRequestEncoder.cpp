@@ -2,7 +2,9 @@
 
 #include <string>
 
+#include "support/asn1/DerBuild.h"
 #include "support/asn1/DerReader.h"
+#include "support/asn1/OidTable.h"
 #include "support/base/ContentCoding.h"
 #include "support/base/DataBuffer.h"
 #include "support/base/LogBase.h"
@@ -13,38 +15,20 @@ namespace {
 
 struct HashAlg {
     const char* name;
-    const char* oid;
+    const KnownOid& oid;
     unsigned digestLen;
 };
 
 const HashAlg kHashAlgs[] = {
-    {"sha1", "1.3.14.3.2.26", 20},             // id-sha1
-    {"sha256", "2.16.840.1.101.3.4.2.1", 32},  // id-sha256
-    {"sha384", "2.16.840.1.101.3.4.2.2", 48},  // id-sha384
-    {"sha512", "2.16.840.1.101.3.4.2.3", 64},  // id-sha512
+    {"sha1", oids::kSha1, 20},
+    {"sha256", oids::kSha256, 32},
+    {"sha384", oids::kSha384, 48},
+    {"sha512", oids::kSha512, 64},
 };
-
-const char* const kNonceOid = "1.3.6.1.5.5.7.48.1.2";  // id-pkix-ocsp-nonce
 
 // RFC 8954 bounds the nonce: responders may reject anything outside 1..32 octets.
 constexpr size_t kMinNonce = 1;
 constexpr size_t kMaxNonce = 32;
-
-bool appendTlv(DataBuffer& out, unsigned tag, const unsigned char* p, size_t n) {
-    unsigned char hdr[8];
-    size_t h = der::encodeHeader(tag, n, hdr);
-    return out.append(hdr, static_cast<unsigned>(h)) && out.append(p, static_cast<unsigned>(n));
-}
-
-bool appendTlv(DataBuffer& out, unsigned tag, const DataBuffer& content) {
-    return appendTlv(out, tag, content.getData2(), content.getSize());
-}
-
-bool appendOid(DataBuffer& out, const char* dotted) {
-    unsigned char oid[32];
-    size_t n = 0;
-    return der::textToOid(dotted, oid, sizeof oid, &n) && appendTlv(out, der::kOid, oid, n);
-}
 
 // Error reporting: one line naming the member, so the caller can see which part
 // of its description to fix.
@@ -121,12 +105,10 @@ bool appendCertId(const ClsJsonObject& desc, const std::string& cert, DataBuffer
 
     //   AlgorithmIdentifier ::= SEQUENCE { algorithm OID, parameters ANY OPTIONAL }
     DataBuffer algId, content;
-    static const unsigned char kNullParams[] = {0x05, 0x00};
-    bool ok = appendOid(algId, alg->oid) && algId.append(kNullParams, sizeof kNullParams) &&
-              appendTlv(content, der::kSequence, algId) &&
-              appendTlv(content, der::kOctetString, nameHash) &&
-              appendTlv(content, der::kOctetString, keyHash) &&
-              appendTlv(content, der::kInteger, serial) && appendTlv(out, der::kSequence, content);
+    bool ok = derbuild::oid(algId, alg->oid) && derbuild::null(algId) &&
+              derbuild::sequence(content, algId) && derbuild::octetString(content, nameHash) &&
+              derbuild::octetString(content, keyHash) && derbuild::integerBytes(content, serial) &&
+              derbuild::sequence(out, content);
     return ok || outOfMemory(log);
 }
 
@@ -149,8 +131,8 @@ bool appendNonceExtension(const ClsJsonObject& desc, const std::string& path, Da
         return bad(log, path, "nonce length outside 1 to 32 octets");
     }
     DataBuffer ext;
-    bool ok = appendOid(ext, kNonceOid) && appendTlv(ext, der::kOctetString, nonce) &&
-              appendTlv(out, der::kSequence, ext);
+    bool ok = derbuild::oid(ext, oids::kOcspNonce) && derbuild::octetString(ext, nonce) &&
+              derbuild::sequence(out, ext);
     return ok || outOfMemory(log);
 }
 
@@ -170,8 +152,7 @@ bool appendRequestExtensions(const ClsJsonObject& desc, DataBuffer& tbs, LogBase
         if (!appendNonceExtension(desc, path, list, log)) return false;
     }
     DataBuffer seq;
-    bool ok =
-        appendTlv(seq, der::kSequence, list) && appendTlv(tbs, der::contextConstructed(2), seq);
+    bool ok = derbuild::sequence(seq, list) && derbuild::explicitTag(tbs, 2, seq);
     return ok || outOfMemory(log);
 }
 
@@ -199,19 +180,19 @@ bool OcspRequestEncoder::encode(const ClsJsonObject& desc, DataBuffer& out, LogB
         //       singleRequestExtensions  [0] EXPLICIT Extensions OPTIONAL }
         DataBuffer certId;
         if (!appendCertId(desc, cert, certId, log)) return false;
-        if (!appendTlv(requestList, der::kSequence, certId)) return outOfMemory(log);
+        if (!derbuild::sequence(requestList, certId)) return outOfMemory(log);
     }
 
     DataBuffer tbs;
-    if (!appendTlv(tbs, der::kSequence, requestList)) return outOfMemory(log);
+    if (!derbuild::sequence(tbs, requestList)) return outOfMemory(log);
     if (!appendRequestExtensions(desc, tbs, log)) return false;
 
     //   OCSPRequest ::= SEQUENCE {
     //       tbsRequest         TBSRequest,
     //       optionalSignature  [0] EXPLICIT Signature OPTIONAL }
     DataBuffer tbsRequest, request;
-    if (!appendTlv(tbsRequest, der::kSequence, tbs) ||
-        !appendTlv(request, der::kSequence, tbsRequest) || !out.append(request)) {
+    if (!derbuild::sequence(tbsRequest, tbs) || !derbuild::sequence(request, tbsRequest) ||
+        !out.append(request)) {
         return outOfMemory(log);
     }
     return true;

@@ -8,6 +8,7 @@
 
 #include "support/asn1/Asn1Node.h"
 #include "support/asn1/Asn1Xml.h"
+#include "support/asn1/OidTable.h"
 #include "support/base/LogBase.h"
 #include "support/base/StringBuffer.h"
 #include "support/base/XString.h"
@@ -22,10 +23,6 @@
 #include "support/x509/X509Pkcs7.h"
 
 namespace {
-
-// Extension OIDs found once at load (content octets).
-const unsigned char kOidAia[] = {0x2b, 0x06, 0x01, 0x05, 0x05,
-                                 0x07, 0x01, 0x01};  // 1.3.6.1.5.5.7.1.1 id-pe-authorityInfoAccess
 
 bool fail(LogBase& log, const char* msg) {
     log.logError(msg);
@@ -47,13 +44,17 @@ bool dottedToOid(const char* dotted, unsigned char* buf, size_t cap, DerInput* o
 void OrvaneX509::reset() {
     m_der.clearWithDeallocate();
     m_loaded = false;
-    m_version = 0;
-    m_tbs = m_serial = m_issuer = m_notBefore = m_notAfter = m_subject = Span();
-    m_spki = m_spkiAlgOid = m_spkiBits = m_exts = m_sigAlg = m_sigBits = m_tbsSigAlg = Span();
-    for (Span& s : m_known) s = Span();
-    m_knownPresent = 0;
-    m_knownCritical = 0;
+    m_at = Layout();
     m_sha1State.store(0, std::memory_order_relaxed);
+}
+
+void OrvaneX509::takeParsed(OrvaneX509& from) {
+    reset();
+    // The layout is offsets, so it holds for the buffer wherever it lives.
+    m_der.swap(from.m_der);
+    m_at = from.m_at;
+    m_loaded = from.m_loaded;
+    from.reset();
 }
 
 OrvaneX509::Span OrvaneX509::spanOf(DerInput v) const {
@@ -105,7 +106,7 @@ bool OrvaneX509::loadPkcs7Leaf(DerInput in, LogBase& log) {
     if (!X509Pkcs7::certificates(in, views, log)) return false;
     if (views.empty()) return fail(log, "PKCS7 holds no certificates.");
 
-    // Parse each one on its own; the leaf is then loaded again into this object.
+    // Parse each one on its own; the leaf's parse is then taken over as it is.
     std::vector<std::unique_ptr<OrvaneX509>> parsed;
     std::vector<OrvaneX509*> certs;
     std::vector<size_t> origin;
@@ -123,12 +124,13 @@ bool OrvaneX509::loadPkcs7Leaf(DerInput in, LogBase& log) {
         return fail(log, "Out of memory loading a certificate.");
     }
     if (certs.empty()) return fail(log, "No certificate in the PKCS7 could be parsed.");
-    int leaf = X509Pkcs7::pickLeaf(certs);
+    const size_t leaf = static_cast<size_t>(X509Pkcs7::pickLeaf(certs));
     if (log.verboseLogging) {
         log.LogDataLong("numCerts", static_cast<long>(views.size()));
-        log.LogDataLong("leafIndex", static_cast<long>(origin[static_cast<size_t>(leaf)]));
+        log.LogDataLong("leafIndex", static_cast<long>(origin[leaf]));
     }
-    return adopt(views[origin[static_cast<size_t>(leaf)]], log);
+    takeParsed(*parsed[leaf]);
+    return true;
 }
 
 bool OrvaneX509::parseCertificate(LogBase& log) {
@@ -150,9 +152,9 @@ bool OrvaneX509::parseCertificate(LogBase& log) {
     if (!cert.readBitString(&sigBits, &unused))
         return fail(log, "Certificate's signature value is missing or malformed.");
     if (cert.hasMore()) return fail(log, "Unexpected data after the certificate's signature.");
-    m_tbs = spanOf(tbs.whole);
-    m_sigAlg = spanOf(sigAlg.whole);
-    m_sigBits = spanOf(sigBits);
+    m_at.tbs = spanOf(tbs.whole);
+    m_at.sigAlg = spanOf(sigAlg.whole);
+    m_at.sigBits = spanOf(sigBits);
 
     //   TBSCertificate  ::=  SEQUENCE  {
     //        version         [0]  EXPLICIT Version DEFAULT v1,
@@ -163,22 +165,24 @@ bool OrvaneX509::parseCertificate(LogBase& log) {
         if (!t.readConstructed(der::contextConstructed(0), &v) || !v.readUint64(&version) ||
             v.hasMore() || version > 255)
             return fail(log, "Certificate version is malformed.");
-        m_version = static_cast<uint8_t>(version);
+        m_at.version = static_cast<uint8_t>(version);
     }
     //        serialNumber         CertificateSerialNumber,
     DerInput serial;
     if (!t.readIntegerBytes(&serial)) return fail(log, "Certificate serial number is malformed.");
-    m_serial = spanOf(serial);
+    m_at.serial = spanOf(serial);
+    // The fields kept whole: a SEQUENCE whose position is recorded.
+    auto sequenceAt = [&](Span* at) {
+        DerElement e;
+        if (!t.readElement(der::kSequence, &e)) return false;
+        *at = spanOf(e.whole);
+        return true;
+    };
     //        signature            AlgorithmIdentifier,
-    DerElement tbsSigAlg;
-    if (!t.readElement(der::kSequence, &tbsSigAlg))
+    if (!sequenceAt(&m_at.tbsSigAlg))
         return fail(log, "Certificate's TBS signature algorithm is malformed.");
-    m_tbsSigAlg = spanOf(tbsSigAlg.whole);
     //        issuer               Name,
-    DerElement issuer;
-    if (!t.readElement(der::kSequence, &issuer))
-        return fail(log, "Certificate issuer name is malformed.");
-    m_issuer = spanOf(issuer.whole);
+    if (!sequenceAt(&m_at.issuer)) return fail(log, "Certificate issuer name is malformed.");
     //        validity             Validity,
     //   Validity ::= SEQUENCE { notBefore Time, notAfter Time }
     //   Time ::= CHOICE { utcTime UTCTime, generalTime GeneralizedTime }
@@ -191,13 +195,10 @@ bool OrvaneX509::parseCertificate(LogBase& log) {
         if (e->tag != der::kUtcTime && e->tag != der::kGeneralizedTime)
             return fail(log, "Certificate validity time is neither UTCTime nor GeneralizedTime.");
     }
-    m_notBefore = spanOf(nb.whole);
-    m_notAfter = spanOf(na.whole);
+    m_at.notBefore = spanOf(nb.whole);
+    m_at.notAfter = spanOf(na.whole);
     //        subject              Name,
-    DerElement subject;
-    if (!t.readElement(der::kSequence, &subject))
-        return fail(log, "Certificate subject name is malformed.");
-    m_subject = spanOf(subject.whole);
+    if (!sequenceAt(&m_at.subject)) return fail(log, "Certificate subject name is malformed.");
     //        subjectPublicKeyInfo SubjectPublicKeyInfo,
     DerElement spki;
     DerParser spkiSeq, alg;
@@ -208,9 +209,9 @@ bool OrvaneX509::parseCertificate(LogBase& log) {
     if (!spkiSeq.readSequence(&alg) || !alg.readOid(&algOid) ||
         !spkiSeq.readBitString(&keyBits, &unused) || spkiSeq.hasMore())
         return fail(log, "Certificate public key info is malformed.");
-    m_spki = spanOf(spki.whole);
-    m_spkiAlgOid = spanOf(algOid);
-    m_spkiBits = spanOf(keyBits);
+    m_at.spki = spanOf(spki.whole);
+    m_at.spkiAlgOid = spanOf(algOid);
+    m_at.spkiBits = spanOf(keyBits);
     //        issuerUniqueID  [1]  IMPLICIT UniqueIdentifier OPTIONAL,
     //        subjectUniqueID [2]  IMPLICIT UniqueIdentifier OPTIONAL,
     DerInput ignored;
@@ -233,46 +234,38 @@ bool OrvaneX509::parseCertificate(LogBase& log) {
 
 bool OrvaneX509::parseExtensions(DerInput list, LogBase& log) {
     // The list itself is kept as a position; an empty one still counts as present.
-    m_exts = spanOf(list);
+    m_at.exts = spanOf(list);
     DerParser p(list);
     while (p.hasMore()) {
-        //   Extension  ::=  SEQUENCE  {
-        //        extnID      OBJECT IDENTIFIER,
-        //        critical    BOOLEAN DEFAULT FALSE,
-        //        extnValue   OCTET STRING }
-        DerParser ext;
-        DerInput oid, value;
-        bool critical = false;
-        if (!p.readSequence(&ext) || !ext.readOid(&oid) ||
-            (ext.nextIs(der::kBoolean) && !ext.readBool(&critical)) ||
-            !ext.read(der::kOctetString, &value) || ext.hasMore())
+        X509Extension ext;
+        if (!X509ExtRead::extension(p, &ext))
             return fail(log, "Certificate extension is malformed.");
-        // The extensions queries reach for most, by their last arc under id-ce
-        // (2.5.29), plus the authority information access.
+        // The extensions queries reach for most.
         static const struct {
-            unsigned char arc;
+            const KnownOid* oid;
             int kind;
-        } kIdCe[] = {
-            {0x0e, kSki},               // 2.5.29.14 id-ce-subjectKeyIdentifier
-            {0x23, kAki},               // 2.5.29.35 id-ce-authorityKeyIdentifier
-            {0x0f, kKeyUsage},          // 2.5.29.15 id-ce-keyUsage
-            {0x11, kSan},               // 2.5.29.17 id-ce-subjectAltName
-            {0x13, kBasicConstraints},  // 2.5.29.19 id-ce-basicConstraints
-            {0x1f, kCrlDp},             // 2.5.29.31 id-ce-cRLDistributionPoints
-            {0x25, kEku},               // 2.5.29.37 id-ce-extKeyUsage
+        } kFoundAtLoad[] = {
+            {&oids::kSubjectKeyId, kSki},
+            {&oids::kAuthorityKeyId, kAki},
+            {&oids::kKeyUsage, kKeyUsage},
+            {&oids::kSubjectAltName, kSan},
+            {&oids::kBasicConstraints, kBasicConstraints},
+            {&oids::kCrlDistributionPoints, kCrlDp},
+            {&oids::kExtKeyUsage, kEku},
+            {&oids::kAuthorityInfoAccess, kAia},
         };
         int k = -1;
-        if (oid.size() == 3 && oid[0] == 0x55 && oid[1] == 0x1d) {
-            for (const auto& e : kIdCe)
-                if (e.arc == oid[2]) k = e.kind;
-        } else if (oid.equals(kOidAia, sizeof kOidAia)) {
-            k = kAia;
+        for (const auto& e : kFoundAtLoad) {
+            if (e.oid->is(ext.oid)) {
+                k = e.kind;
+                break;
+            }
         }
         // A repeated extension is forbidden; the first one is the one answered.
-        if (k >= 0 && !(m_knownPresent & (1u << k))) {
-            m_known[k] = spanOf(value);
-            m_knownPresent |= static_cast<uint8_t>(1u << k);
-            if (critical) m_knownCritical |= static_cast<uint8_t>(1u << k);
+        if (k >= 0 && !(m_at.knownPresent & (1u << k))) {
+            m_at.known[k] = spanOf(ext.value);
+            m_at.knownPresent |= static_cast<uint8_t>(1u << k);
+            if (ext.critical) m_at.knownCritical |= static_cast<uint8_t>(1u << k);
         }
     }
     return true;
@@ -339,7 +332,7 @@ bool OrvaneX509::nameValue(bool subject, const char* nameOrOid, XString& out, Lo
     unsigned char buf[64];
     const X509AttrType* t = X509Name::typeByName(nameOrOid);
     if (t) {
-        oid = DerInput(t->oid, t->oidLen);
+        oid = t->bytes();
     } else if (!dottedToOid(nameOrOid, buf, sizeof buf, &oid)) {
         return false;
     }
@@ -368,25 +361,20 @@ bool OrvaneX509::isIssuerSelf(LogBase&) const {
 // ---- Extensions ----------------------------------------------------------------
 
 bool OrvaneX509::knownExt(KnownExt k, DerInput* value) const {
-    if (!m_loaded || !(m_knownPresent & (1u << k))) return false;
-    *value = view(m_known[k]);
+    if (!m_loaded || !(m_at.knownPresent & (1u << k))) return false;
+    *value = view(m_at.known[k]);
     return true;
 }
 
 bool OrvaneX509::findExtension(DerInput oid, DerInput* value, bool* critical) const {
     if (!m_loaded) return false;
     DerParser p(extensionsDer());
-    while (p.hasMore()) {
-        DerParser ext;
-        DerInput id, v;
-        bool crit = false;
-        // Validated at load, so these reads only fail on a broken invariant.
-        if (!p.readSequence(&ext) || !ext.readOid(&id) ||
-            (ext.nextIs(der::kBoolean) && !ext.readBool(&crit)) || !ext.read(der::kOctetString, &v))
-            return false;
-        if (!id.equals(oid)) continue;
-        *value = v;
-        if (critical) *critical = crit;
+    X509Extension ext;
+    // Validated at load, so a read only fails on a broken invariant.
+    while (X509ExtRead::extension(p, &ext)) {
+        if (!ext.oid.equals(oid)) continue;
+        *value = ext.value;
+        if (critical) *critical = ext.critical;
         return true;
     }
     return false;
@@ -604,13 +592,13 @@ bool OrvaneX509::get_IssuerSerial(XString& out, LogBase& log) const {
 bool OrvaneX509::get_Version(XString& out, LogBase&) const {
     if (!m_loaded) return false;
     StringBuffer sb;
-    sb.appendUint32(static_cast<unsigned>(m_version) + 1);
+    sb.appendUint32(static_cast<unsigned>(m_at.version) + 1);
     return out.appendSbUtf8(sb);
 }
 
 bool OrvaneX509::get_Valid_To_or_From_UTC(bool from, OrvaneSysTime& out, LogBase& log) const {
     if (!m_loaded) return false;
-    DerParser p(view(from ? m_notBefore : m_notAfter));
+    DerParser p(view(from ? m_at.notBefore : m_at.notAfter));
     DerElement e;
     if (!p.readAny(&e)) return false;
     // Both forms are short ("YYYYMMDDHHMMSS.fffffffZ" at most, in practice); a
@@ -642,7 +630,7 @@ bool OrvaneX509::verifyCertSignature(OrvaneX509* issuer, LogBase& log) const {
     if (!signer->isLoaded()) return fail(log, "The issuer certificate is not loaded.");
     // RFC 5280 4.1.1.2: the outer algorithm must equal the one inside the TBS,
     // otherwise the signed bytes do not say which algorithm was meant.
-    if (!view(m_tbsSigAlg).equals(signatureAlgDer()))
+    if (!view(m_at.tbsSigAlg).equals(signatureAlgDer()))
         return fail(log, "Certificate signature algorithms inside and outside the TBS differ.");
     return ovVerifySignature(signer->spkiDer(), signatureAlgDer(), tbsDer(), signatureBits(), log);
 }

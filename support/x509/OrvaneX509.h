@@ -56,17 +56,18 @@ class OrvaneX509 : public NonRefCountedObj {
     // Text forms. The RDNs are listed most specific first (the last encoded RDN
     // first, as RFC 4514 prints them) by getDN, and in encoding order by
     // getDN_reverseOrder. withTags puts "CN=" style short names before values.
-    // style 0, the everyday form: RDNs separated by ", ", the values of a
-    // multi-valued RDN by "+"; a value holding , + = " \ < > # ; a line break or
-    // edge spaces is put in double quotes with inner quotes doubled.
-    // style 1, RFC 4514: "," and "+" without spaces, special characters escaped
-    // with a backslash, control characters as \XX. Other styles act as 0.
+    // X509Name::kStyleEveryday (0), the everyday form: RDNs separated by ", ",
+    // the values of a multi-valued RDN by "+"; a value holding , + = " \ < > # ;
+    // a line break or edge spaces is put in double quotes with inner quotes
+    // doubled. X509Name::kStyleRfc4514 (1): "," and "+" without spaces, special
+    // characters escaped with a backslash, control characters as \XX. Other
+    // styles act as the everyday one.
     // Values of a non-string type print as "#" and the hex of their DER.
     bool getDN(bool subject, bool withTags, XString& out, LogBase& log, int style) const;
     bool getDN_reverseOrder(bool subject, bool withTags, int style, XString& out,
                             LogBase& log) const;
     // getDnAsn returns the name as an ASN.1 tree holding one reference for the
-    // caller (release with decRefCount), or null.
+    // caller (RefPtr<_ovAsn1>::adopt it), or null.
     _ovAsn1* getDnAsn(bool subject, LogBase& log) const;
     // getDnJson appends JSON members without braces, in encoding order, e.g.
     // "C":"US","O":"Example","CN":"Leaf". An attribute type that occurs more
@@ -122,8 +123,8 @@ class OrvaneX509 : public NonRefCountedObj {
     // value's outermost element (e.g. the key id bytes of a subject key id).
     bool getExtensionDataByOid(const char* oid, DataBuffer& out, LogBase& log) const;
     bool getExtensionDerDataByOid(const char* oid, DataBuffer& out, LogBase& log) const;
-    // getExtensionTextByOid appends a one-line text form (see X509ExtText.h for
-    // each extension); false when the value has no text form.
+    // getExtensionTextByOid appends a one-line text form (X509ExtText::appendText
+    // in X509Ext.h lists each extension's); false when the value has no text form.
     bool getExtensionTextByOid(const char* oid, StringBuffer& out, LogBase& log) const;
     // getSubjectAlternativeNameXml appends <subjectAltName> with one child per
     // GeneralName (rfc822Name, dNSName, uniformResourceIdentifier, iPAddress,
@@ -173,26 +174,26 @@ class OrvaneX509 : public NonRefCountedObj {
 
     DerInput certDer() const;
     // The whole TBSCertificate element, as signed.
-    DerInput tbsDer() const { return view(m_tbs); }
+    DerInput tbsDer() const { return view(m_at.tbs); }
     // INTEGER content octets.
-    DerInput serialBytes() const { return view(m_serial); }
+    DerInput serialBytes() const { return view(m_at.serial); }
     // The whole issuer Name element.
-    DerInput issuerDer() const { return view(m_issuer); }
+    DerInput issuerDer() const { return view(m_at.issuer); }
     // The whole subject Name element.
-    DerInput subjectDer() const { return view(m_subject); }
+    DerInput subjectDer() const { return view(m_at.subject); }
     // The whole SubjectPublicKeyInfo element.
-    DerInput spkiDer() const { return view(m_spki); }
+    DerInput spkiDer() const { return view(m_at.spki); }
     // OID content octets of the key algorithm.
-    DerInput spkiAlgOid() const { return view(m_spkiAlgOid); }
+    DerInput spkiAlgOid() const { return view(m_at.spkiAlgOid); }
     // SubjectPublicKey bytes after the unused-bits count.
-    DerInput publicKeyBits() const { return view(m_spkiBits); }
+    DerInput publicKeyBits() const { return view(m_at.spkiBits); }
     // The outer AlgorithmIdentifier element.
-    DerInput signatureAlgDer() const { return view(m_sigAlg); }
+    DerInput signatureAlgDer() const { return view(m_at.sigAlg); }
     // Signature bytes after the unused-bits count.
-    DerInput signatureBits() const { return view(m_sigBits); }
+    DerInput signatureBits() const { return view(m_at.sigBits); }
     // Contents of the Extensions SEQUENCE (may be empty).
-    DerInput extensionsDer() const { return view(m_exts); }
-    int versionNumber() const { return m_loaded ? m_version + 1 : 0; }
+    DerInput extensionsDer() const { return view(m_at.exts); }
+    int versionNumber() const { return m_loaded ? m_at.version + 1 : 0; }
 
     // The extnValue contents of the extension with the OID (content octets, e.g.
     // 55 1D 0F for key usage); *critical may be null.
@@ -236,6 +237,7 @@ class OrvaneX509 : public NonRefCountedObj {
 
     void reset();
     bool adopt(DerInput cert, LogBase& log);
+    void takeParsed(OrvaneX509& from);
     bool loadPkcs7Leaf(DerInput in, LogBase& log);
     bool parseCertificate(LogBase& log);
     bool parseExtensions(DerInput exts, LogBase& log);
@@ -248,14 +250,19 @@ class OrvaneX509 : public NonRefCountedObj {
                     LogBase& log) const;
     bool sha1(unsigned char digest[20]) const;
 
+    // Where each field lies in m_der: all a parse records besides the bytes.
+    struct Layout {
+        uint8_t version = 0;  // 0 = v1
+        Span tbs, serial, issuer, notBefore, notAfter, subject;
+        Span spki, spkiAlgOid, spkiBits, exts, sigAlg, sigBits, tbsSigAlg;
+        Span known[kNumKnown];
+        uint8_t knownPresent = 0;   // bit per KnownExt
+        uint8_t knownCritical = 0;  // bit per KnownExt
+    };
+
     DataBuffer m_der;
     bool m_loaded = false;
-    uint8_t m_version = 0;  // 0 = v1
-    Span m_tbs, m_serial, m_issuer, m_notBefore, m_notAfter, m_subject;
-    Span m_spki, m_spkiAlgOid, m_spkiBits, m_exts, m_sigAlg, m_sigBits, m_tbsSigAlg;
-    Span m_known[kNumKnown];
-    uint8_t m_knownPresent = 0;   // bit per KnownExt
-    uint8_t m_knownCritical = 0;  // bit per KnownExt
+    Layout m_at;
 
     // The SHA-1 thumbprint is the one costly answer asked again and again
     // (store lookups), so it is kept once computed: 0 not yet, 1 being

@@ -2,53 +2,19 @@
 
 #include <arpa/inet.h>
 
+#include "support/asn1/OidTable.h"
 #include "support/base/StringBuffer.h"
 #include "support/x509/X509Name.h"
 
 namespace {
 
-// Extensions under id-ce (2.5.29): content octets 55 1D <arc>.
-enum CeArc : unsigned {
-    kCeSki = 14,       // id-ce-subjectKeyIdentifier
-    kCeKu = 15,        // id-ce-keyUsage
-    kCeSan = 17,       // id-ce-subjectAltName
-    kCeIan = 18,       // id-ce-issuerAltName
-    kCeBc = 19,        // id-ce-basicConstraints
-    kCeCrlDp = 31,     // id-ce-cRLDistributionPoints
-    kCePolicies = 32,  // id-ce-certificatePolicies
-    kCeAki = 35,       // id-ce-authorityKeyIdentifier
-    kCeEku = 37,       // id-ce-extKeyUsage
-};
-const unsigned char kOidAia[] = {0x2b, 0x06, 0x01, 0x05, 0x05,
-                                 0x07, 0x01, 0x01};  // 1.3.6.1.5.5.7.1.1 id-pe-authorityInfoAccess
-const unsigned char kOidAdOcsp[] = {0x2b, 0x06, 0x01, 0x05,
-                                    0x05, 0x07, 0x30, 0x01};  // 1.3.6.1.5.5.7.48.1 id-ad-ocsp
-const unsigned char kOidAdCaIssuers[] = {0x2b, 0x06, 0x01, 0x05, 0x05,
-                                         0x07, 0x30, 0x02};  // 1.3.6.1.5.5.7.48.2 id-ad-caIssuers
-
-// GeneralName tags (RFC 5280 4.2.1.6).
-constexpr unsigned kGnOther = der::contextConstructed(0);
+// GeneralName tags the readers pick out (RFC 5280 4.2.1.6).
 constexpr unsigned kGnRfc822 = der::contextPrimitive(1);
-constexpr unsigned kGnDns = der::contextPrimitive(2);
-constexpr unsigned kGnX400 = der::contextConstructed(3);
-constexpr unsigned kGnDirectory = der::contextConstructed(4);
-constexpr unsigned kGnEdi = der::contextConstructed(5);
 constexpr unsigned kGnUri = der::contextPrimitive(6);
-constexpr unsigned kGnIp = der::contextPrimitive(7);
-constexpr unsigned kGnRid = der::contextPrimitive(8);
 
 const char* const kKeyUsageNames[9] = {"digitalSignature", "nonRepudiation", "keyEncipherment",
                                        "dataEncipherment", "keyAgreement",   "keyCertSign",
                                        "cRLSign",          "encipherOnly",   "decipherOnly"};
-
-bool is(DerInput oid, const unsigned char* p, size_t n) {
-    return oid.equals(p, n);
-}
-
-// The arc of an id-ce OID; 0 for any other OID.
-unsigned ceArc(DerInput oid) {
-    return oid.size() == 3 && oid[0] == 0x55 && oid[1] == 0x1d ? oid[2] : 0;
-}
 
 void appendOidText(DerInput oid, StringBuffer& out) {
     char dotted[128];
@@ -77,6 +43,20 @@ bool readWholeSequence(DerInput value, DerInput* contents) {
     return p.read(der::kSequence, contents) && !p.hasMore();
 }
 
+// Calls fn(item) with a cursor over each element of a SEQUENCE OF SEQUENCE
+// value; false when malformed or when fn returns false.
+template <typename Fn>
+bool forEachSequenceIn(DerInput value, Fn fn) {
+    DerInput list;
+    if (!readWholeSequence(value, &list)) return false;
+    DerParser p(list);
+    while (p.hasMore()) {
+        DerParser item;
+        if (!p.readSequence(&item) || !fn(item)) return false;
+    }
+    return true;
+}
+
 // Joins GeneralNames as text with ", ".
 bool appendGeneralNames(DerInput seqContents, bool& first, StringBuffer& out) {
     return forEachGeneralName(seqContents, [&](const DerElement& gn) {
@@ -96,48 +76,56 @@ bool appendGeneralNames(DerInput seqContents, bool& first, StringBuffer& out) {
 // Calls fn(fullNameContents) for each DistributionPoint with a fullName.
 template <typename Fn>
 bool forEachCrlFullName(DerInput value, Fn fn) {
-    DerInput list;
-    if (!readWholeSequence(value, &list)) return false;
-    DerParser dps(list);
-    while (dps.hasMore()) {
-        DerParser dp;
-        if (!dps.readSequence(&dp)) return false;
+    return forEachSequenceIn(value, [&](DerParser& dp) {
         bool present = false;
         DerInput dpName;
         if (!dp.readOptional(der::contextConstructed(0), &dpName, &present)) return false;
-        if (!present) continue;
+        if (!present) return true;
         DerParser choice(dpName);
         DerElement name;
         if (!choice.readAny(&name) || choice.hasMore()) return false;
-        if (name.tag != der::contextConstructed(0)) continue;  // relative name: no URI
-        if (!fn(name.contents)) return false;
-    }
-    return true;
+        if (name.tag != der::contextConstructed(0)) return true;  // relative name: no URI
+        return static_cast<bool>(fn(name.contents));
+    });
 }
 
 //   AuthorityInfoAccessSyntax ::= SEQUENCE SIZE (1..MAX) OF AccessDescription
 //   AccessDescription ::= SEQUENCE { accessMethod OBJECT IDENTIFIER,
 //                                    accessLocation GeneralName }
+// Calls fn(method, location) on each; false when malformed or when fn returns
+// false, as forEachGeneralName.
 template <typename Fn>
 bool forEachAccessDescription(DerInput value, Fn fn) {
-    DerInput list;
-    if (!readWholeSequence(value, &list)) return false;
-    DerParser p(list);
-    while (p.hasMore()) {
-        DerParser ad;
+    return forEachSequenceIn(value, [&](DerParser& ad) {
         DerInput method;
         DerElement location;
-        if (!p.readSequence(&ad) || !ad.readOid(&method) || !ad.readAny(&location) ||
-            ad.hasMore() || location.tagClass != 2)
+        if (!ad.readOid(&method) || !ad.readAny(&location) || ad.hasMore() ||
+            location.tagClass != 2)
             return false;
-        fn(method, location);
-    }
-    return true;
+        return static_cast<bool>(fn(method, location));
+    });
 }
 
 }  // namespace
 
 // ---- X509ExtRead -------------------------------------------------------------
+
+bool X509ExtRead::extension(DerParser& list, X509Extension* out) {
+    //   Extension  ::=  SEQUENCE  {
+    //        extnID      OBJECT IDENTIFIER,
+    //        critical    BOOLEAN DEFAULT FALSE,
+    //        extnValue   OCTET STRING }
+    DerParser at = list;
+    DerParser ext;
+    X509Extension e;
+    if (!at.readSequence(&ext) || !ext.readOid(&e.oid) ||
+        (ext.nextIs(der::kBoolean) && !ext.readBool(&e.critical)) ||
+        !ext.read(der::kOctetString, &e.value) || ext.hasMore())
+        return false;
+    list = at;
+    *out = e;
+    return true;
+}
 
 bool X509ExtRead::akiKeyId(DerInput value, DerInput* keyId) {
     //   AuthorityKeyIdentifier ::= SEQUENCE {
@@ -198,9 +186,10 @@ bool X509ExtRead::ekuList(DerInput value, DerInput* list) {
 int X509ExtRead::ocspUris(DerInput value, DerInput* out, int max) {
     int count = 0;
     bool ok = forEachAccessDescription(value, [&](DerInput method, const DerElement& loc) {
-        if (!is(method, kOidAdOcsp, sizeof kOidAdOcsp) || loc.tag != kGnUri) return;
+        if (!oids::kAdOcsp.is(method) || loc.tag != kGnUri) return true;
         if (count < max) out[count] = loc.contents;
         ++count;
+        return true;
     });
     return ok ? count : -1;
 }
@@ -276,182 +265,85 @@ void X509ExtText::appendIp(DerInput ip, StringBuffer& out) {
     }
 }
 
-bool X509ExtText::appendGeneralName(const DerElement& gn, StringBuffer& out) {
-    switch (gn.tag) {
-        case kGnRfc822:
-            out.append("email:");
-            return X509Name::appendStringValue(der::kIa5String, gn.contents, out);
-        case kGnDns:
-            out.append("DNS:");
-            return X509Name::appendStringValue(der::kIa5String, gn.contents, out);
-        case kGnUri:
-            out.append("URI:");
-            return X509Name::appendStringValue(der::kIa5String, gn.contents, out);
-        case kGnIp:
-            out.append("IP:");
-            appendIp(gn.contents, out);
-            return true;
-        case kGnRid:
-            out.append("RID:");
-            appendOidText(gn.contents, out);
-            return true;
-        case kGnDirectory:
-            out.append("DirName:");
-            return X509Name::appendDnText(gn.contents, true, X509Name::kStyleEveryday, false, out);
-        case kGnOther: {
-            //   OtherName ::= SEQUENCE { type-id OBJECT IDENTIFIER,
-            //                            value [0] EXPLICIT ANY DEFINED BY type-id }
-            DerParser p(gn.contents);
-            DerInput oid;
-            if (!p.readOid(&oid)) return false;
-            out.append("othername:");
-            appendOidText(oid, out);
-            return true;
-        }
-        case kGnX400:
-            out.append("X400Name");
-            return true;
-        case kGnEdi:
-            out.append("EdiPartyName");
-            return true;
-        default:
-            return false;
-    }
+namespace {
+
+// The GeneralName CHOICE (RFC 5280 4.2.1.6), one row per alternative, driving
+// both renderers: the text form is the prefix then the value; the XML form is
+// an element named after the alternative holding the value, escaped.
+enum class GnXml {
+    kValue,      // the value text
+    kHexWhole,   // no text form worth keeping: the hex of the whole element
+    kOtherName,  // <otherName oid="..."> around the hex of the [0] value
+};
+
+struct GeneralNameForm {
+    unsigned tag;
+    const char* prefix;
+    const char* element;
+    // Appends the value's text; null when the text form is the prefix alone.
+    bool (*value)(const DerElement& gn, StringBuffer& out);
+    GnXml xml;
+};
+
+bool ia5Value(const DerElement& gn, StringBuffer& out) {
+    return X509Name::appendStringValue(der::kIa5String, gn.contents, out);
+}
+bool ipValue(const DerElement& gn, StringBuffer& out) {
+    X509ExtText::appendIp(gn.contents, out);
+    return true;
+}
+bool ridValue(const DerElement& gn, StringBuffer& out) {
+    appendOidText(gn.contents, out);
+    return true;
+}
+bool directoryValue(const DerElement& gn, StringBuffer& out) {
+    return X509Name::appendDnText(gn.contents, true, X509Name::kStyleEveryday, false, out);
+}
+//   OtherName ::= SEQUENCE { type-id OBJECT IDENTIFIER,
+//                            value [0] EXPLICIT ANY DEFINED BY type-id }
+bool otherNameType(const DerElement& gn, StringBuffer& out) {
+    DerParser p(gn.contents);
+    DerInput oid;
+    if (!p.readOid(&oid)) return false;
+    appendOidText(oid, out);
+    return true;
 }
 
-bool X509ExtText::appendText(DerInput extOid, DerInput value, StringBuffer& out) {
-    StringBuffer text;  // built whole, so a malformed value appends nothing
-    bool ok = false;
-    const unsigned arc = ceArc(extOid);
-    if (arc == kCeSki) {
-        DerInput id;
-        ok = X509ExtRead::skiKeyId(value, &id);
-        if (ok) text.appendHex(id.data(), static_cast<unsigned>(id.size()));
-    } else if (arc == kCeAki) {
-        DerInput id;
-        ok = X509ExtRead::akiKeyId(value, &id);
-        if (ok) text.appendHex(id.data(), static_cast<unsigned>(id.size()));
-    } else if (arc == kCeKu) {
-        unsigned mask = 0;
-        ok = X509ExtRead::keyUsageMask(value, &mask);
-        for (int i = 0; ok && i < 9; ++i) {
-            if (!(mask & (0x100u >> i))) continue;
-            if (!text.isEmpty()) text.appendChar(',');
-            text.append(kKeyUsageNames[i]);
-        }
-    } else if (arc == kCeEku || arc == kCePolicies) {
-        // Both are SEQUENCE OF items that are, or begin with, an OID:
-        //   PolicyInformation ::= SEQUENCE { policyIdentifier CertPolicyId, ... }
-        const bool policies = arc == kCePolicies;
-        DerInput list;
-        ok = readWholeSequence(value, &list);
-        DerParser p(list);
-        while (ok && p.hasMore()) {
-            DerInput oid;
-            if (policies) {
-                DerParser info;
-                ok = p.readSequence(&info) && info.readOid(&oid);
-            } else {
-                ok = p.readOid(&oid);
-            }
-            if (!ok) break;
-            if (!text.isEmpty()) text.appendChar(',');
-            appendOidText(oid, text);
-        }
-    } else if (arc == kCeBc) {
-        bool ca = false;
-        int pathLen = -1;
-        ok = X509ExtRead::basicConstraints(value, &ca, &pathLen);
-        if (ok) {
-            text.append(ca ? "CA:TRUE" : "CA:FALSE");
-            if (pathLen >= 0) {
-                text.append(", pathlen:");
-                text.appendUint32(static_cast<unsigned>(pathLen));
-            }
-        }
-    } else if (arc == kCeSan || arc == kCeIan) {
-        DerInput seq;
-        bool first = true;
-        ok = readWholeSequence(value, &seq) && appendGeneralNames(seq, first, text);
-    } else if (arc == kCeCrlDp) {
-        bool first = true;
-        ok = forEachCrlFullName(
-            value, [&](DerInput names) { return appendGeneralNames(names, first, text); });
-    } else if (is(extOid, kOidAia, sizeof kOidAia)) {
-        bool allOk = true;
-        ok = forEachAccessDescription(value, [&](DerInput method, const DerElement& loc) {
-            if (!text.isEmpty()) text.append(", ");
-            if (is(method, kOidAdOcsp, sizeof kOidAdOcsp)) {
-                text.append("OCSP - ");
-            } else if (is(method, kOidAdCaIssuers, sizeof kOidAdCaIssuers)) {
-                text.append("CA Issuers - ");
-            } else {
-                appendOidText(method, text);
-                text.append(" - ");
-            }
-            if (!appendGeneralName(loc, text)) allOk = false;
-        });
-        ok = ok && allOk;
-    } else {
-        // Private extensions often carry a plain string (comments, URLs).
-        DerParser p(value);
-        DerElement e;
-        ok = p.readAny(&e) && !p.hasMore() && X509Name::appendStringValue(e.tag, e.contents, text);
-    }
-    if (!ok) return false;
-    return out.append(text);
+const GeneralNameForm kGeneralNames[] = {
+    {der::contextConstructed(0), "othername:", "otherName", otherNameType, GnXml::kOtherName},
+    {kGnRfc822, "email:", "rfc822Name", ia5Value, GnXml::kValue},
+    {der::contextPrimitive(2), "DNS:", "dNSName", ia5Value, GnXml::kValue},
+    {der::contextConstructed(3), "X400Name", "x400Address", nullptr, GnXml::kHexWhole},
+    {der::contextConstructed(4), "DirName:", "directoryName", directoryValue, GnXml::kValue},
+    {der::contextConstructed(5), "EdiPartyName", "ediPartyName", nullptr, GnXml::kHexWhole},
+    {kGnUri, "URI:", "uniformResourceIdentifier", ia5Value, GnXml::kValue},
+    {der::contextPrimitive(7), "IP:", "iPAddress", ipValue, GnXml::kValue},
+    {der::contextPrimitive(8), "RID:", "registeredID", ridValue, GnXml::kValue},
+};
+
+const GeneralNameForm* generalNameForm(unsigned tag) {
+    for (const GeneralNameForm& f : kGeneralNames)
+        if (f.tag == tag) return &f;
+    return nullptr;
 }
 
-bool X509ExtText::appendSanXml(DerInput value, StringBuffer& out) {
-    DerInput seq;
-    if (!readWholeSequence(value, &seq)) return false;
-    StringBuffer xml;
+void appendHex(DerInput v, StringBuffer& out) {
+    out.appendHex(v.data(), static_cast<unsigned>(v.size()));
+}
+
+// Appends one <element>value</element> of the subjectAltName XML.
+bool appendGeneralNameXml(const DerElement& gn, StringBuffer& xml) {
+    const GeneralNameForm* f = generalNameForm(gn.tag);
+    if (!f) return false;
     StringBuffer text;
-    xml.append("<subjectAltName>");
-    bool ok = forEachGeneralName(seq, [&](const DerElement& gn) {
-        const char* elem = nullptr;
-        text.clear();
-        switch (gn.tag) {
-            case kGnRfc822:
-                elem = "rfc822Name";
-                break;
-            case kGnDns:
-                elem = "dNSName";
-                break;
-            case kGnUri:
-                elem = "uniformResourceIdentifier";
-                break;
-            case kGnIp:
-                elem = "iPAddress";
-                break;
-            case kGnRid:
-                elem = "registeredID";
-                break;
-            case kGnDirectory:
-                elem = "directoryName";
-                break;
-            case kGnOther:
-                elem = "otherName";
-                break;
-            case kGnX400:
-                elem = "x400Address";
-                break;
-            case kGnEdi:
-                elem = "ediPartyName";
-                break;
-            default:
-                return false;
-        }
-        if (gn.tag == kGnRfc822 || gn.tag == kGnDns || gn.tag == kGnUri) {
-            X509Name::appendStringValue(der::kIa5String, gn.contents, text);
-        } else if (gn.tag == kGnIp) {
-            appendIp(gn.contents, text);
-        } else if (gn.tag == kGnRid) {
-            appendOidText(gn.contents, text);
-        } else if (gn.tag == kGnDirectory) {
-            if (!X509Name::appendDnText(gn.contents, true, X509Name::kStyleEveryday, false, text))
-                return false;
-        } else if (gn.tag == kGnOther) {
+    switch (f->xml) {
+        case GnXml::kValue:
+            if (!f->value(gn, text)) return false;
+            break;
+        case GnXml::kHexWhole:
+            appendHex(gn.whole, text);
+            break;
+        case GnXml::kOtherName: {
             DerParser p(gn.contents);
             DerInput oid;
             DerElement v;
@@ -460,19 +352,157 @@ bool X509ExtText::appendSanXml(DerInput value, StringBuffer& out) {
             appendOidText(oid, xml);
             xml.append("\">");
             // The value's DER, [0] wrapper included, as the only lossless text.
-            text.appendHex(v.whole.data(), static_cast<unsigned>(v.whole.size()));
-            xml.append(text);
+            appendHex(v.whole, xml);
             xml.append("</otherName>");
             return true;
-        } else {
-            text.appendHex(gn.whole.data(), static_cast<unsigned>(gn.whole.size()));
         }
-        xml.append3("<", elem, ">");
-        appendXmlEscaped(text.getString(), text.getSize(), xml);
-        xml.append3("</", elem, ">");
-        return true;
+    }
+    xml.append3("<", f->element, ">");
+    X509ExtText::appendXmlEscaped(text.getString(), text.getSize(), xml);
+    xml.append3("</", f->element, ">");
+    return true;
+}
+
+// ---- The text form of each extension, {oid, renderer} ------------------------
+// Each appends to text (which the caller discards on failure); false when the
+// value is malformed.
+
+bool keyIdText(bool (*read)(DerInput, DerInput*), DerInput value, StringBuffer& text) {
+    DerInput id;
+    if (!read(value, &id)) return false;
+    appendHex(id, text);
+    return true;
+}
+bool skiText(DerInput value, StringBuffer& text) {
+    return keyIdText(X509ExtRead::skiKeyId, value, text);
+}
+bool akiText(DerInput value, StringBuffer& text) {
+    return keyIdText(X509ExtRead::akiKeyId, value, text);
+}
+
+bool keyUsageText(DerInput value, StringBuffer& text) {
+    unsigned mask = 0;
+    if (!X509ExtRead::keyUsageMask(value, &mask)) return false;
+    for (int i = 0; i < 9; ++i) {
+        if (!(mask & (0x100u >> i))) continue;
+        if (!text.isEmpty()) text.appendChar(',');
+        text.append(kKeyUsageNames[i]);
+    }
+    return true;
+}
+
+// A SEQUENCE OF items that are, or (withInfo) begin with, an OID, as the dotted
+// OIDs joined by ",".
+bool oidListText(DerInput value, bool withInfo, StringBuffer& text) {
+    DerInput list;
+    if (!readWholeSequence(value, &list)) return false;
+    DerParser p(list);
+    while (p.hasMore()) {
+        DerInput oid;
+        DerParser info;
+        if (withInfo ? !(p.readSequence(&info) && info.readOid(&oid)) : !p.readOid(&oid))
+            return false;
+        if (!text.isEmpty()) text.appendChar(',');
+        appendOidText(oid, text);
+    }
+    return true;
+}
+bool ekuText(DerInput value, StringBuffer& text) {
+    return oidListText(value, false, text);
+}
+//   PolicyInformation ::= SEQUENCE { policyIdentifier CertPolicyId, ... }
+bool policiesText(DerInput value, StringBuffer& text) {
+    return oidListText(value, true, text);
+}
+
+bool basicConstraintsText(DerInput value, StringBuffer& text) {
+    bool ca = false;
+    int pathLen = -1;
+    if (!X509ExtRead::basicConstraints(value, &ca, &pathLen)) return false;
+    text.append(ca ? "CA:TRUE" : "CA:FALSE");
+    if (pathLen >= 0) {
+        text.append(", pathlen:");
+        text.appendUint32(static_cast<unsigned>(pathLen));
+    }
+    return true;
+}
+
+bool altNamesText(DerInput value, StringBuffer& text) {
+    DerInput seq;
+    bool first = true;
+    return readWholeSequence(value, &seq) && appendGeneralNames(seq, first, text);
+}
+
+bool crlDpText(DerInput value, StringBuffer& text) {
+    bool first = true;
+    return forEachCrlFullName(
+        value, [&](DerInput names) { return appendGeneralNames(names, first, text); });
+}
+
+bool aiaText(DerInput value, StringBuffer& text) {
+    return forEachAccessDescription(value, [&](DerInput method, const DerElement& loc) {
+        if (!text.isEmpty()) text.append(", ");
+        if (oids::kAdOcsp.is(method)) {
+            text.append("OCSP - ");
+        } else if (oids::kAdCaIssuers.is(method)) {
+            text.append("CA Issuers - ");
+        } else {
+            appendOidText(method, text);
+            text.append(" - ");
+        }
+        return X509ExtText::appendGeneralName(loc, text);
     });
-    if (!ok) return false;
+}
+
+// Private extensions often carry a plain string (comments, URLs).
+bool stringText(DerInput value, StringBuffer& text) {
+    DerParser p(value);
+    DerElement e;
+    return p.readAny(&e) && !p.hasMore() && X509Name::appendStringValue(e.tag, e.contents, text);
+}
+
+const struct {
+    const KnownOid& oid;
+    bool (*render)(DerInput value, StringBuffer& text);
+} kExtensionText[] = {
+    {oids::kSubjectKeyId, skiText},
+    {oids::kAuthorityKeyId, akiText},
+    {oids::kKeyUsage, keyUsageText},
+    {oids::kExtKeyUsage, ekuText},
+    {oids::kCertificatePolicies, policiesText},
+    {oids::kBasicConstraints, basicConstraintsText},
+    {oids::kSubjectAltName, altNamesText},
+    {oids::kIssuerAltName, altNamesText},
+    {oids::kCrlDistributionPoints, crlDpText},
+    {oids::kAuthorityInfoAccess, aiaText},
+};
+
+}  // namespace
+
+bool X509ExtText::appendGeneralName(const DerElement& gn, StringBuffer& out) {
+    const GeneralNameForm* f = generalNameForm(gn.tag);
+    if (!f) return false;
+    StringBuffer value;
+    if (f->value && !f->value(gn, value)) return false;
+    return out.append(f->prefix) && out.append(value);
+}
+
+bool X509ExtText::appendText(DerInput extOid, DerInput value, StringBuffer& out) {
+    bool (*render)(DerInput, StringBuffer&) = stringText;
+    for (const auto& row : kExtensionText)
+        if (row.oid.is(extOid)) render = row.render;
+    StringBuffer text;  // built whole, so a malformed value appends nothing
+    return render(value, text) && out.append(text);
+}
+
+bool X509ExtText::appendSanXml(DerInput value, StringBuffer& out) {
+    DerInput seq;
+    if (!readWholeSequence(value, &seq)) return false;
+    StringBuffer xml;
+    xml.append("<subjectAltName>");
+    if (!forEachGeneralName(seq,
+                            [&](const DerElement& gn) { return appendGeneralNameXml(gn, xml); }))
+        return false;
     xml.append("</subjectAltName>");
     return out.append(xml);
 }

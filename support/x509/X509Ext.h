@@ -1,5 +1,6 @@
-// Readers of the common certificate extension values (X509ExtRead) and their
-// text and XML forms (X509ExtText). Each takes the extension value's DER: the
+// The Extension reader every Extensions list goes through, readers of the
+// common extension values (X509ExtRead) and their text and XML forms
+// (X509ExtText). The value readers take the extension value's DER: the
 // contents of extnValue.
 #pragma once
 
@@ -7,8 +8,19 @@
 
 class StringBuffer;
 
+// One Extension of an Extensions list, as certificates, CRLs, CRL entries and
+// OCSP messages carry them.
+struct X509Extension {
+    DerInput oid;  // extnID content octets
+    bool critical = false;
+    DerInput value;  // extnValue contents: the extension value's DER
+};
+
 class X509ExtRead {
   public:
+    // Reads the next Extension from a cursor over the contents of an
+    // Extensions SEQUENCE; false, the cursor left where it was, when malformed.
+    static bool extension(DerParser& list, X509Extension* out);
     // AuthorityKeyIdentifier's keyIdentifier; false when absent or malformed.
     static bool akiKeyId(DerInput value, DerInput* keyId);
     // SubjectKeyIdentifier's bytes.
@@ -32,7 +44,7 @@ class X509ExtText {
   public:
     // Appends one GeneralName as "DNS:..", "email:..", "URI:..", "IP:..",
     // "DirName:<DN text>", "RID:<oid>", "othername:<oid>", "X400Name",
-    // "EdiPartyName". False for a malformed name.
+    // "EdiPartyName". False, appending nothing, for a malformed name.
     static bool appendGeneralName(const DerElement& gn, StringBuffer& out);
     // Appends the one-line text form of the extension with OID content octets
     // extOid; false when the value is malformed or has no text form. Forms:

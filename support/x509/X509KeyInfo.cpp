@@ -9,7 +9,10 @@ bool firstIntegerBits(DerInput seqElement, unsigned* bits) {
     DerParser outer(seqElement);
     DerParser seq;
     DerInput n;
-    if (!outer.readSequence(&seq) || !seq.readIntegerBytes(&n)) return false;
+    // Lenient: a modulus written with a superfluous 00 byte (not DER) still has
+    // a size to report. This only describes the key and never computes with it;
+    // the key container, which does, reads the modulus strictly.
+    if (!outer.readSequence(&seq) || !seq.readIntegerBytesLenient(&n)) return false;
     *bits = keyder::integerBits(n);
     return true;
 }

@@ -8,75 +8,35 @@
 namespace {
 
 // Ordered by how often real certificates carry them, so lookups end early.
-const X509AttrType kTypes[] = {
-    {"2.5.4.3", {0x55, 0x04, 0x03}, 3, "CN", "commonName", nullptr},
-    {"2.5.4.10", {0x55, 0x04, 0x0a}, 3, "O", "organizationName", nullptr},
-    {"2.5.4.6", {0x55, 0x04, 0x06}, 3, "C", "countryName", nullptr},
-    {"2.5.4.11", {0x55, 0x04, 0x0b}, 3, "OU", "organizationalUnitName", nullptr},
-    {"2.5.4.8", {0x55, 0x04, 0x08}, 3, "ST", "stateOrProvinceName", "S"},
-    {"2.5.4.7", {0x55, 0x04, 0x07}, 3, "L", "localityName", nullptr},
-    {"1.2.840.113549.1.9.1",
-     {0x2a, 0x86, 0x48, 0x86, 0xf7, 0x0d, 0x01, 0x09, 0x01},
-     9,
-     "E",
-     "emailAddress",
-     "EMAIL"},
-    {"2.5.4.5", {0x55, 0x04, 0x05}, 3, "SERIALNUMBER", "serialNumber", nullptr},
-    {"0.9.2342.19200300.100.1.25",
-     {0x09, 0x92, 0x26, 0x89, 0x93, 0xf2, 0x2c, 0x64, 0x01, 0x19},
-     10,
-     "DC",
-     "domainComponent",
-     nullptr},
-    {"0.9.2342.19200300.100.1.1",
-     {0x09, 0x92, 0x26, 0x89, 0x93, 0xf2, 0x2c, 0x64, 0x01, 0x01},
-     10,
-     "UID",
-     "userId",
-     nullptr},
-    {"2.5.4.9", {0x55, 0x04, 0x09}, 3, "STREET", "streetAddress", nullptr},
-    {"2.5.4.17", {0x55, 0x04, 0x11}, 3, "POSTALCODE", "postalCode", nullptr},
-    {"2.5.4.4", {0x55, 0x04, 0x04}, 3, "SN", "surname", nullptr},
-    {"2.5.4.42", {0x55, 0x04, 0x2a}, 3, "GN", "givenName", "G"},
-    {"2.5.4.12", {0x55, 0x04, 0x0c}, 3, "T", "title", nullptr},
-    {"2.5.4.43", {0x55, 0x04, 0x2b}, 3, "I", "initials", nullptr},
-    {"2.5.4.44", {0x55, 0x04, 0x2c}, 3, "generationQualifier", "generationQualifier", nullptr},
-    {"2.5.4.46", {0x55, 0x04, 0x2e}, 3, "dnQualifier", "dnQualifier", nullptr},
-    {"2.5.4.65", {0x55, 0x04, 0x41}, 3, "pseudonym", "pseudonym", nullptr},
-    {"2.5.4.97",
-     {0x55, 0x04, 0x61},
-     3,
-     "organizationIdentifier",
-     "organizationIdentifier",
-     nullptr},
-    {"2.5.4.15", {0x55, 0x04, 0x0f}, 3, "businessCategory", "businessCategory", nullptr},
-    {"2.5.4.13", {0x55, 0x04, 0x0d}, 3, "description", "description", nullptr},
-    {"2.5.4.18", {0x55, 0x04, 0x12}, 3, "postOfficeBox", "postOfficeBox", nullptr},
-    {"2.5.4.41", {0x55, 0x04, 0x29}, 3, "name", "name", nullptr},
-    {"1.2.840.113549.1.9.2",
-     {0x2a, 0x86, 0x48, 0x86, 0xf7, 0x0d, 0x01, 0x09, 0x02},
-     9,
-     "unstructuredName",
-     "unstructuredName",
-     nullptr},
-    {"1.3.6.1.4.1.311.60.2.1.1",
-     {0x2b, 0x06, 0x01, 0x04, 0x01, 0x82, 0x37, 0x3c, 0x02, 0x01, 0x01},
-     11,
-     "jurisdictionL",
-     "jurisdictionLocalityName",
-     nullptr},
-    {"1.3.6.1.4.1.311.60.2.1.2",
-     {0x2b, 0x06, 0x01, 0x04, 0x01, 0x82, 0x37, 0x3c, 0x02, 0x01, 0x02},
-     11,
-     "jurisdictionST",
-     "jurisdictionStateOrProvinceName",
-     nullptr},
-    {"1.3.6.1.4.1.311.60.2.1.3",
-     {0x2b, 0x06, 0x01, 0x04, 0x01, 0x82, 0x37, 0x3c, 0x02, 0x01, 0x03},
-     11,
-     "jurisdictionC",
-     "jurisdictionCountryName",
-     nullptr},
+constexpr X509AttrType kTypes[] = {
+    {"2.5.4.3", "CN", "commonName"},
+    {"2.5.4.10", "O", "organizationName"},
+    {"2.5.4.6", "C", "countryName"},
+    {"2.5.4.11", "OU", "organizationalUnitName"},
+    {"2.5.4.8", "ST", "stateOrProvinceName", "S"},
+    {"2.5.4.7", "L", "localityName"},
+    {"1.2.840.113549.1.9.1", "E", "emailAddress", "EMAIL"},
+    {"2.5.4.5", "SERIALNUMBER", "serialNumber"},
+    {"0.9.2342.19200300.100.1.25", "DC", "domainComponent"},
+    {"0.9.2342.19200300.100.1.1", "UID", "userId"},
+    {"2.5.4.9", "STREET", "streetAddress"},
+    {"2.5.4.17", "POSTALCODE", "postalCode"},
+    {"2.5.4.4", "SN", "surname"},
+    {"2.5.4.42", "GN", "givenName", "G"},
+    {"2.5.4.12", "T", "title"},
+    {"2.5.4.43", "I", "initials"},
+    {"2.5.4.44", "generationQualifier", "generationQualifier"},
+    {"2.5.4.46", "dnQualifier", "dnQualifier"},
+    {"2.5.4.65", "pseudonym", "pseudonym"},
+    {"2.5.4.97", "organizationIdentifier", "organizationIdentifier"},
+    {"2.5.4.15", "businessCategory", "businessCategory"},
+    {"2.5.4.13", "description", "description"},
+    {"2.5.4.18", "postOfficeBox", "postOfficeBox"},
+    {"2.5.4.41", "name", "name"},
+    {"1.2.840.113549.1.9.2", "unstructuredName", "unstructuredName"},
+    {"1.3.6.1.4.1.311.60.2.1.1", "jurisdictionL", "jurisdictionLocalityName"},
+    {"1.3.6.1.4.1.311.60.2.1.2", "jurisdictionST", "jurisdictionStateOrProvinceName"},
+    {"1.3.6.1.4.1.311.60.2.1.3", "jurisdictionC", "jurisdictionCountryName"},
 };
 
 bool equalsNoCase(const char* a, const char* b) {
@@ -240,7 +200,7 @@ const X509AttrType* X509Name::allTypes(size_t* count) {
 
 const X509AttrType* X509Name::typeByOid(DerInput oid) {
     for (const X509AttrType& t : kTypes) {
-        if (oid.equals(t.oid, t.oidLen)) return &t;
+        if (t.is(oid)) return &t;
     }
     return nullptr;
 }
@@ -442,6 +402,12 @@ void X509Name::appendJsonEscaped(const char* s, unsigned n, StringBuffer& out) {
     out.appendN(s + start, n - start);
 }
 
+void X509Name::appendJsonString(const StringBuffer& text, StringBuffer& out) {
+    out.appendChar('"');
+    appendJsonEscaped(text.getString(), text.getSize(), out);
+    out.appendChar('"');
+}
+
 bool X509Name::appendDnJson(DerInput name, StringBuffer& out) {
     // Validate first so that a malformed name appends nothing.
     if (!forEachAtv(name, [](DerInput, const DerElement&) { return true; })) return false;
@@ -469,9 +435,8 @@ bool X509Name::appendDnJson(DerInput name, StringBuffer& out) {
         firstMember = false;
         key.clear();
         appendTagFor(oid, key);
-        out.appendChar('"');
-        appendJsonEscaped(key.getString(), key.getSize(), out);
-        out.append("\":");
+        appendJsonString(key, out);
+        out.appendChar(':');
         if (count > 1) out.appendChar('[');
         bool firstValue = true;
         forEachAtv(name, [&](DerInput o, const DerElement& val) {
@@ -480,9 +445,7 @@ bool X509Name::appendDnJson(DerInput name, StringBuffer& out) {
             firstValue = false;
             value.clear();
             appendValueText(val, value);
-            out.appendChar('"');
-            appendJsonEscaped(value.getString(), value.getSize(), out);
-            out.appendChar('"');
+            appendJsonString(value, out);
             return true;
         });
         if (count > 1) out.appendChar(']');

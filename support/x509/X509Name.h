@@ -3,18 +3,21 @@
 #pragma once
 
 #include "support/asn1/DerReader.h"
+#include "support/asn1/OidTable.h"
 
 class StringBuffer;
 
-// One known attribute type: its OID, the tag printed before its values, and
-// the other names a caller may ask for it by.
-struct X509AttrType {
-    const char* dotted;
-    unsigned char oid[11];  // content octets
-    unsigned oidLen;
+// One known attribute type: its OID (dotted text and content octets, named by
+// its RFC 4519 / PKCS#9 name), the tag printed before its values, and the
+// other names a caller may ask for it by.
+struct X509AttrType : KnownOid {
     const char* tag;       // printed in DN text and used as the JSON key
-    const char* longName;  // RFC 4519 / PKCS#9 name
+    const char* longName;  // the OID's name
     const char* alias;     // another accepted short name, or null
+
+    constexpr X509AttrType(const char* dotted, const char* shortName, const char* longNm,
+                           const char* otherShortName = nullptr)
+        : KnownOid(dotted, longNm), tag(shortName), longName(longNm), alias(otherShortName) {}
 };
 
 class X509Name {
@@ -70,4 +73,6 @@ class X509Name {
                                 bool isHexDump, bool withTags, int style, StringBuffer& out);
     // Appends text as the body of a JSON string (no quotes added).
     static void appendJsonEscaped(const char* s, unsigned n, StringBuffer& out);
+    // Appends text as a whole JSON string, quotes included.
+    static void appendJsonString(const StringBuffer& text, StringBuffer& out);
 };

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "cert/CertCore.h"
+#include "support/base/RefPtr.h"
 #include "support_common/TestUtil.h"
 
 namespace certtest {
@@ -25,18 +26,9 @@ inline std::string derOf(CertCore* cert) {
     return std::string(reinterpret_cast<const char*>(db.getData2()), db.getSize());
 }
 
-// Releases a factory's fresh object (count 0) or the caller's reference.
-struct CertRef {
-    explicit CertRef(CertCore* c = nullptr) : cert(c) {
-        if (cert) cert->incRefCount();
-    }
-    ~CertRef() { RefCountedObject::release(cert); }
-    CertRef(const CertRef&) = delete;
-    CertRef& operator=(const CertRef&) = delete;
-    CertCore* operator->() const { return cert; }
-    CertCore* get() const { return cert; }
-    explicit operator bool() const { return cert != nullptr; }
-    CertCore* cert;
+// Holds a factory's fresh object (count 0) for the test.
+struct CertRef : RefPtr<CertCore> {
+    explicit CertRef(CertCore* c = nullptr) : RefPtr<CertCore>(RefPtr<CertCore>::retain(c)) {}
 };
 
 inline std::string subjectCn(CertCore* cert) {

@@ -16,7 +16,7 @@ TEST(Asn1Node, DerFixturesReencodeToTheSameBytes) {
         for (int levels : {0, 1, 2}) {  // undecoded, one level, all levels
             SCOPED_TRACE(name + " decoded levels " + std::to_string(levels));
             LogTree log;
-            NodeRef root(decode(in, log));
+            NodeRef root = adopt(decode(in, log));
             ASSERT_TRUE(root &&
                         (!levels || !root->m_constructed || root->DecodeInner(levels == 2, log)))
                 << log.text();
@@ -35,7 +35,7 @@ TEST(Asn1Node, DecodesOnRequestAndPartsOutliveTheRoot) {
     DataBuffer content;  // a decoded node's content is its parts' encodings
     ASSERT_TRUE(root->getAsnContent(content));
     EXPECT_EQ(toHex(crl).substr(8), toHex(content));  // after 30 82 01 df
-    NodeRef tbs(root->getAsnPart(0));
+    NodeRef tbs = adopt(root->getAsnPart(0));
     tbs->incRefCount();
     root->decRefCount();  // the bytes the parts share must stay alive
     ASSERT_EQ(0, tbs->numAsnParts());
@@ -57,7 +57,7 @@ TEST(Asn1Node, BerIsWrittenAsOpensslWritesItsDer) {
     std::string contents = toHex(ber).substr(4, (ber.size() - 4) * 2);  // inside 30 80 .. 00 00
     for (bool decoded : {false, true}) {
         LogTree log;
-        NodeRef root(decode(ber, log));
+        NodeRef root = adopt(decode(ber, log));
         ASSERT_TRUE(root && (!decoded || root->DecodeInner(true, log))) << log.text();
         EXPECT_EQ(reference, derOf(root.get(), true)) << decoded;
         // Without normalizing, undecoded contents stay as read, and decoded
@@ -88,39 +88,40 @@ TEST(Asn1Node, Builders) {
         {_ovAsn1::newConstructed(4, 1), nullptr},
     };
     for (const auto& [node, hex] : cases) {
-        NodeRef n(node);
+        NodeRef n = adopt(node);
         EXPECT_EQ(hex ? hex : "refused", n ? derOf(n.get(), true) : "refused");
     }
     std::string manyArcs = "1.2";
     for (int i = 0; i < 63; ++i) manyArcs += ".1";
     for (const char* t : {"", "1", "3.1", "1..2", "1.2.", "a.b", "1.2.-3", "1.2 ",
                           "1.2.18446744073709551616", "2.18446744073709551615", manyArcs.c_str()})
-        EXPECT_FALSE(NodeRef(_ovAsn1::newOid(t))) << t;
+        EXPECT_FALSE(adopt(_ovAsn1::newOid(t))) << t;
     StringBuffer text;  // the largest arc, there and back
-    NodeRef oid(_ovAsn1::newOid("0.39.18446744073709551615")), notOid(_ovAsn1::newIntegerU32(3));
+    NodeRef oid = adopt(_ovAsn1::newOid("0.39.18446744073709551615")),
+            notOid = adopt(_ovAsn1::newIntegerU32(3));
     EXPECT_EQ("060b2781ffffffffffffffff7f", derOf(oid.get(), true));
     EXPECT_TRUE(oid->getOidText(text) && !notOid->getOidText(text));
     EXPECT_STREQ("0.39.18446744073709551615", text.getString());
     const unsigned char padded[] = {0x55, 0x80, 0x1d}, unfinished[] = {0x55, 0x1d, 0x8f};
-    EXPECT_FALSE(NodeRef(_ovAsn1::newPrimitive(0, 6, padded, 3))->getOidText(text));
-    EXPECT_FALSE(NodeRef(_ovAsn1::newPrimitive(0, 6, unfinished, 3))->getOidText(text));
+    EXPECT_FALSE(adopt(_ovAsn1::newPrimitive(0, 6, padded, 3))->getOidText(text));
+    EXPECT_FALSE(adopt(_ovAsn1::newPrimitive(0, 6, unfinished, 3))->getOidText(text));
 }
 
 TEST(Asn1Node, BuildsAndExtendsTrees) {
-    NodeRef seq(_ovAsn1::newSequence());
+    NodeRef seq = adopt(_ovAsn1::newSequence());
     ASSERT_TRUE(seq->appendPart(_ovAsn1::newOid("1.3.6.1.5.5.7.48.1")));
     _ovAsn1* explicitTag = _ovAsn1::newContextSpecific(0, true, nullptr, 0);
     ASSERT_TRUE(explicitTag->appendPart(_ovAsn1::newIntegerU32(5)));
     ASSERT_TRUE(seq->appendPart(explicitTag));
     EXPECT_FALSE(seq->appendPart(nullptr));
-    EXPECT_FALSE(NodeRef(_ovAsn1::newNull())->appendPart(_ovAsn1::newNull()))
+    EXPECT_FALSE(adopt(_ovAsn1::newNull())->appendPart(_ovAsn1::newNull()))
         << "a primitive refuses, and releases the part (ASan checks)";
     EXPECT_EQ("300f06082b06010505073001a003020105", derOf(seq.get(), false));
 
     // Appending to a node read from input keeps every part it read.
     Bytes name = fixture("name_subject.der");
     LogTree log;
-    NodeRef root(decode(name, log));
+    NodeRef root = adopt(decode(name, log));
     ASSERT_TRUE(root && root->appendPart(_ovAsn1::newNull()));
     EXPECT_EQ("308185" + toHex(name).substr(6) + "0500", derOf(root.get(), false));  // was 308183
 

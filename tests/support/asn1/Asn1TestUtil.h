@@ -10,10 +10,12 @@
 
 #include "support/asn1/Asn1Node.h"
 #include "support/asn1/Asn1Xml.h"
+#include "support/asn1/DerBuild.h"
 #include "support/asn1/DerReader.h"
 #include "support/base/DataBuffer.h"
 #include "support/base/ExtPtrArray.h"
 #include "support/base/LogBase.h"
+#include "support/base/RefPtr.h"
 #include "support/base/StringBuffer.h"
 #include "support_common/TestUtil.h"
 
@@ -58,23 +60,26 @@ inline Bytes nestedIndefinite(int levels) {
 
 // levels SEQUENCEs nested with definite lengths, an INTEGER innermost.
 inline Bytes nestedDefinite(int levels) {
-    Bytes v = {0x02, 0x01, 0x05};
+    DataBuffer v;
+    EXPECT_TRUE(derbuild::smallInteger(v, 5));
     for (int i = 0; i < levels; ++i) {
-        unsigned char hdr[8];
-        v.insert(v.begin(), hdr, hdr + der::encodeHeader(der::kSequence, v.size(), hdr));
+        DataBuffer outer;
+        EXPECT_TRUE(derbuild::sequence(outer, v));
+        v.clear();
+        v.append(outer);
     }
-    return v;
+    return Bytes(v.getData2(), v.getData2() + v.getSize());
 }
 
 inline bool isStrictDer(const Bytes& v, bool noSegments = false) {
     return der::isStrictDer(DerInput(v.data(), v.size()), noSegments);
 }
 
-// Owns one reference to a node.
-struct Release {
-    void operator()(_ovAsn1* p) const { RefCountedObject::release(p); }
-};
-using NodeRef = std::unique_ptr<_ovAsn1, Release>;
+// Owns the reference a decoder or node factory hands out.
+using NodeRef = RefPtr<_ovAsn1>;
+inline NodeRef adopt(_ovAsn1* node) {
+    return NodeRef::adopt(node);
+}
 
 inline _ovAsn1* decode(const Bytes& v, LogBase& log) {
     return _ovAsn1::DecodeToAsn_1Step(v.data(), static_cast<unsigned>(v.size()), log);

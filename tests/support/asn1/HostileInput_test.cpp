@@ -46,7 +46,7 @@ TEST(Asn1Decoders, AgreeOnWhatTheyRefuse) {
     for (const Case& c : cases) {
         SCOPED_TRACE(toHex(c.in).substr(0, 32) + " (" + std::to_string(c.in.size()) + " bytes)");
         LogTree nodeLog, xmlLog, itemLog;
-        NodeRef root(decode(c.in, nodeLog));
+        NodeRef root = adopt(decode(c.in, nodeLog));
         EXPECT_EQ(c.der ? c.der : "", c.der && root ? derOf(root.get(), true) : "");
         EXPECT_EQ(!c.error, root && (!root->m_constructed || root->DecodeInner(true, nodeLog)));
         std::string xml;
@@ -65,7 +65,7 @@ TEST(Asn1Decoders, AgreeOnWhatTheyRefuse) {
 // a rendering parses as XML. Returns whether the tree decoded.
 bool decodesCleanly(const Bytes& in) {
     LogTree log, xmlLog, derLog;
-    NodeRef root(decode(in, log));
+    NodeRef root = adopt(decode(in, log));
     bool ok = root && (!root->m_constructed || root->DecodeInner(true, log));
     EXPECT_TRUE(ok || log.hasErrors());
     if (ok) {

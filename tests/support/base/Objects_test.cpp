@@ -8,6 +8,7 @@
 #include "support/base/OrvaneCritSec.h"
 #include "support/base/OrvaneObject.h"
 #include "support/base/Psdk.h"
+#include "support/base/RefPtr.h"
 
 namespace {
 
@@ -39,6 +40,25 @@ TEST(RefCountedObject, LastReleaseDeletesAndOwnersRelease) {
     EXPECT_EQ(deaths, 2);
     RefCountedObject::release(nullptr);  // null-safe
     _clsOwner none;
+}
+
+// adopt takes over the caller's reference, retain takes one of its own; a
+// moved-from or released RefPtr gives nothing back at scope exit.
+TEST(RefPtr, AdoptRetainMoveRelease) {
+    int deaths = 0;
+    auto* t = new Tracked(&deaths);
+    {
+        auto first = RefPtr<Tracked>::retain(t);  // fresh object: 0 -> 1
+        t->incRefCount();                         // a reference handed over
+        auto second = RefPtr<Tracked>::adopt(t);
+        RefPtr<Tracked> moved(std::move(first));
+        EXPECT_EQ(2, t->getRefCount());
+        t->incRefCount();
+        EXPECT_EQ(t, RefPtr<Tracked>::adopt(t).release());
+    }
+    EXPECT_EQ(0, deaths);  // the released reference is still held
+    t->decRefCount();
+    EXPECT_EQ(1, deaths);
 }
 
 TEST(RefCountedObject, CountsAreExactAcrossThreads) {

@@ -107,3 +107,31 @@ TEST(X509Ext, SanXmlEscapesAndKeepsOtherNames) {
     EXPECT_FALSE(X509ExtText::appendSanXml(in(tlv(0x30, tlv(0x04, {}))), bad));
     EXPECT_EQ(std::string("kept"), bad.getString());
 }
+
+// The one Extension reader every Extensions list goes through (certificates,
+// CRLs, OCSP): a refused element leaves the cursor on it.
+TEST(X509Ext, ExtensionReader) {
+    const Bytes ku = oid("2.5.29.15"), value = tlv(0x04, tlv(0x03, {0x07, 0x80}));
+    struct Case {
+        const char* name;
+        Bytes ext;
+        bool ok;
+        bool critical;
+    } cases[] = {
+        {"critical absent", tlv(0x30, cat({ku, value})), true, false},
+        {"critical true", tlv(0x30, cat({ku, tlv(0x01, {0xff}), value})), true, true},
+        {"value not an octet string", tlv(0x30, cat({ku, tlv(0x03, {0x00})})), false, false},
+        {"critical after the value", tlv(0x30, cat({ku, value, tlv(0x01, {0xff})})), false, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        DerParser p(in(c.ext));
+        X509Extension e;
+        ASSERT_EQ(c.ok, X509ExtRead::extension(p, &e));
+        EXPECT_EQ(c.ok ? c.ext.size() : 0u, p.position());
+        if (!c.ok) continue;
+        EXPECT_EQ(c.critical, e.critical);
+        EXPECT_TRUE(e.oid.equals(in(oidBytes("2.5.29.15"))) &&
+                    e.value.equals(in(tlv(0x03, {0x07, 0x80}))));
+    }
+}

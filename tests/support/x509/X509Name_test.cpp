@@ -17,7 +17,7 @@ TEST(X509Name, AttributeTableOidsMatchTheirDottedText) {
         unsigned char buf[64];
         size_t len = 0;
         ASSERT_TRUE(der::textToOid(types[i].dotted, buf, sizeof buf, &len));
-        EXPECT_TRUE(DerInput(types[i].oid, types[i].oidLen).equals(buf, len));
+        EXPECT_TRUE(types[i].bytes().equals(buf, len));
         EXPECT_EQ(&types[i], X509Name::typeByOid(DerInput(buf, len)));
         EXPECT_EQ(&types[i], X509Name::typeByName(types[i].tag));
         // Lookups take the first match, ignoring case: a name that another type

@@ -10,7 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "support/asn1/DerBuild.h"
 #include "support/asn1/DerReader.h"
+#include "support/base/DataBuffer.h"
 #include "support/base/LogBase.h"
 #include "support/base/StringBuffer.h"
 #include "support/x509/OrvaneX509.h"
@@ -20,11 +22,14 @@ namespace x509test {
 
 using Bytes = std::vector<unsigned char>;
 
+inline Bytes bytesOf(const DataBuffer& db) {
+    return Bytes(db.getData2(), db.getData2() + db.getSize());
+}
+
 inline Bytes tlv(unsigned char tag, const Bytes& content) {
-    unsigned char hdr[8];
-    Bytes out(hdr, hdr + der::encodeHeader(tag, content.size(), hdr));
-    out.insert(out.end(), content.begin(), content.end());
-    return out;
+    DataBuffer out;
+    EXPECT_TRUE(derbuild::tlv(out, tag, content.data(), content.size()));
+    return bytesOf(out);
 }
 
 inline Bytes str(const std::string& s) {
@@ -38,10 +43,9 @@ inline Bytes cat(std::initializer_list<Bytes> parts) {
 }
 
 inline Bytes oid(const char* dotted) {
-    unsigned char buf[64];
-    size_t n = 0;
-    der::textToOid(dotted, buf, sizeof buf, &n);
-    return tlv(0x06, Bytes(buf, buf + n));
+    DataBuffer out;
+    EXPECT_TRUE(derbuild::oid(out, dotted)) << dotted;
+    return bytesOf(out);
 }
 
 // AttributeTypeAndValue with a value element given whole.
@@ -101,17 +105,4 @@ inline std::string x509Field(const std::string& name, const std::string& opts) {
     return p == std::string::npos ? line : line.substr(p + 1);
 }
 
-// Every certificate fixture and the one that signed it (null: self-signed).
-inline const char* const kCerts[][2] = {
-    {"root.der", nullptr},           {"inter.der", "root.der"},
-    {"leaf_rsa.der", "root.der"},    {"leaf_pss.der", "root.der"},
-    {"leaf_p256.der", "inter.der"},  {"leaf_p384.der", "inter.der"},
-    {"leaf_p521.der", "inter.der"},  {"leaf_ed25519.der", "inter.der"},
-    {"leaf_ed448.der", "inter.der"}, {"leaf_dsa.der", "inter.der"},
-    {"name_bmp.der", nullptr},       {"name_utf8.der", nullptr},
-    {"name_multi.der", nullptr},     {"name_escaped.der", nullptr},
-    {"time_2060.der", nullptr},      {"expired.der", nullptr},
-    {"serial_neg.der", nullptr},     {"serial_20.der", nullptr},
-    {"serial_00ff.der", nullptr},    {"v1.der", nullptr},
-};
 }  // namespace x509test

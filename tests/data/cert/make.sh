@@ -64,3 +64,20 @@ base64 -w 64 ec.der > ec.b64
 iconv -f ASCII -t UTF-16LE ec.b64 > ec-utf16le.b64
 printf '["%s","%s"]' "$(base64 -w 0 ec.der)" "$(base64 -w 0 rsa.der)" > ec-rsa.json
 rm -f ext.cnf
+
+# Two CAs that certify each other (each issued by the other), for issuer
+# searches that could run into each other. The self-signed forms only sign.
+cross() {  # cross NAME ISSUER
+  openssl req -new -key "cross-$1.key" -subj "/O=Orvane Test/CN=Cross $1" -out "cross-$1.csr"
+  openssl x509 -req -in "cross-$1.csr" -CA "cross-$2-self.pem" -CAkey "cross-$2.key" \
+    -set_serial "0x$(openssl rand -hex 8)" -days $days -outform DER -out "cross-$1.der" 2>/dev/null
+  rm -f "cross-$1.csr"
+}
+for n in a b; do
+  openssl genpkey -algorithm ec -pkeyopt ec_paramgen_curve:P-256 -out "cross-$n.key"
+  openssl req -x509 -key "cross-$n.key" -subj "/O=Orvane Test/CN=Cross $n" -days $days \
+    -out "cross-$n-self.pem" 2>/dev/null
+done
+cross a b
+cross b a
+rm -f cross-*.key cross-*-self.pem

@@ -80,7 +80,7 @@ TEST(StoreConcurrency, AddsFindsAndSearchesTogether) {
         6,
         [&](int i) {
             LogNull quiet;
-            for (int round = 0; round < 200; ++round) {
+            for (int round = 0; round < 40; ++round) {
                 for (auto& c : certs) {
                     if (i < 2) {
                         if (!s.store->addCertificate(c->get(), quiet)) ++wrong;

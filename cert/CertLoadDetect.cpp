@@ -25,8 +25,13 @@ bool occursAgain(const char* first, const char* end, const char* marker) {
 
 }  // namespace
 
-CertCore* CertCore::createFromBinary2(const char* data, unsigned size, SystemCerts* store,
-                                      LogBase& log) {
+namespace {
+
+// createFromBinary2, told whether data[size] is a readable zero byte (a file
+// read by DataBuffer ends in one), which spares the copy of a text the PEM
+// reader needs zero-terminated.
+CertCore* detect(const char* data, unsigned size, bool zeroAfter, SystemCerts* store,
+                 LogBase& log) {
     LogContextExitor ctx(log, "createFromBinary");
     if (!data || size == 0) return nullptr;
 
@@ -62,25 +67,34 @@ CertCore* CertCore::createFromBinary2(const char* data, unsigned size, SystemCer
         ClsPem* pem = ClsPem::createNewCls();
         if (pem) {
             _clsOwner owner(pem);
-            // The PEM reader takes zero-terminated text; this copy may hold a
-            // private key, so it is wiped when freed.
-            StringBuffer text;
-            text.setSecure(true);
-            if (!text.appendN(t, static_cast<unsigned>(textEnd - t))) {
-                log.logError("Out of memory.");
-                return nullptr;
+            // The PEM reader takes zero-terminated text. The input is one when
+            // a zero byte ends its text; otherwise it is copied, once, into a
+            // buffer of exactly that size, wiped when freed (it may hold a
+            // private key).
+            DataBuffer copy;
+            copy.setSecure(true);
+            const char* text = t;
+            if (textEnd == end && !zeroAfter) {
+                const unsigned n = static_cast<unsigned>(textEnd - t);
+                if (!copy.ensureCapacity(n + 1) || !copy.append(t, n) || !copy.appendChar(0)) {
+                    log.logError("Out of memory.");
+                    return nullptr;
+                }
+                text = reinterpret_cast<const char*>(copy.getData2());
             }
             XString password;
-            if (!pem->loadPem(text.getString(), password, nullptr, log)) {
+            if (!pem->loadPem(text, password, nullptr, log)) {
                 log.logError("Failed to load PEM");
                 return nullptr;
             }
-            return createFromPemMultiple(*pem, store, log);
+            return CertCore::createFromPemMultiple(*pem, store, log);
         }
     }
 
-    if (p) return createFromPemCertificate(p, size - static_cast<unsigned>(p - t), store, log);
-    if (q) return createFromPemPkcs7(q, size - static_cast<unsigned>(q - t), store, log);
+    if (p)
+        return CertCore::createFromPemCertificate(p, size - static_cast<unsigned>(p - t), store,
+                                                  log);
+    if (q) return CertCore::createFromPemPkcs7(q, size - static_cast<unsigned>(q - t), store, log);
 
     if (size >= 21 && memcmp(data, "[\"MII", 5) == 0) {
         log.logInfo("Found base64 in JSON array.");
@@ -92,21 +106,30 @@ CertCore* CertCore::createFromBinary2(const char* data, unsigned size, SystemCer
         const char* firstEnd =
             loadtext::find(first, loadtext::textEnd(first, arrEnd - first), "\"");
         if (firstEnd) arrEnd = firstEnd;
-        return createFromBase64_2(first, static_cast<unsigned>(arrEnd - first), store, log);
+        return CertCore::createFromBase64_2(first, static_cast<unsigned>(arrEnd - first), store,
+                                            log);
     }
 
     LogNull quiet;
     if (ContentCoding::isBase64(data, size, quiet)) {
         log.logInfo("Loading cert from base64...");
-        return createFromBase64_2(data, size, store, log);
+        return CertCore::createFromBase64_2(data, size, store, log);
     }
     if (ContentCoding::isBase64_utf16LE(data, size)) {
         log.logInfo("Loading cert from Utf16LE base64...");
         XString x;
         x.appendUtf16N_le(reinterpret_cast<const unsigned char*>(data), size / 2);
-        return createFromBase64_2(x.getUtf8(), x.getSizeUtf8(), store, log);
+        return CertCore::createFromBase64_2(x.getUtf8(), x.getSizeUtf8(), store, log);
     }
-    return createFromDer2(reinterpret_cast<const unsigned char*>(data), size, nullptr, store, log);
+    return CertCore::createFromDer2(reinterpret_cast<const unsigned char*>(data), size, nullptr,
+                                    store, log);
+}
+
+}  // namespace
+
+CertCore* CertCore::createFromBinary2(const char* data, unsigned size, SystemCerts* store,
+                                      LogBase& log) {
+    return detect(data, size, false, store, log);
 }
 
 CertCore* CertCore::createFromBinaryDetectFmt(DataBuffer& data, SystemCerts* store, LogBase& log) {
@@ -120,6 +143,5 @@ CertCore* CertCore::createFromFile2(const char* path, SystemCerts* store, LogBas
     DataBuffer data;
     data.setSecure(true);  // the file may hold a private key
     if (!data.loadFileUtf8(path, &log)) return nullptr;
-    return createFromBinary2(reinterpret_cast<const char*>(data.getData2()), data.getSize(), store,
-                             log);
+    return detect(reinterpret_cast<const char*>(data.getData2()), data.getSize(), true, store, log);
 }

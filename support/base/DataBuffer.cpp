@@ -218,12 +218,13 @@ bool DataBuffer::loadFileUtf8(const char* path, LogBase* log) {
         return false;
     }
 
-    // A buffer of exactly the file's size: reading in pieces into a growing
-    // buffer would hold up to twice the file while it grows.
+    // A buffer of exactly the file's size, plus the zero byte after it:
+    // reading in pieces into a growing buffer would hold up to twice the file
+    // while it grows.
     const unsigned want = static_cast<unsigned>(st.st_size);
-    if (m_capacity < want) {
+    if (m_capacity < want + 1) {
         releaseMemory();
-        if (!grow(want)) {
+        if (!grow(want + 1)) {
             if (log) log->logError("Out of memory reading file.");
             return false;
         }
@@ -245,6 +246,7 @@ bool DataBuffer::loadFileUtf8(const char* path, LogBase* log) {
         if (n == 0) break;
         m_size += static_cast<unsigned>(n);
     }
+    m_data[m_size] = 0;
     return true;
 }
 

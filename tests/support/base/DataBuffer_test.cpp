@@ -146,8 +146,8 @@ TEST(DataBuffer, LoadsOnlyRegularFilesUpToTheMaximum) {
     }
 }
 
-// A file is read into a buffer of exactly its size (not the next power of two),
-// and a secure buffer stays secure.
+// A file is read into a buffer of exactly its size (not the next power of two)
+// with a zero byte after the contents, and a secure buffer stays secure.
 TEST(DataBuffer, LoadsAFileIntoExactlyItsSize) {
     ovtest::TempDir dir;
     std::string content(100003, '\0');
@@ -159,7 +159,8 @@ TEST(DataBuffer, LoadsAFileIntoExactlyItsSize) {
     LogTree log;
     ASSERT_TRUE(db.loadFileUtf8(dir.file("f").c_str(), &log));
     EXPECT_EQ(ovtest::bytes(db), content);
-    EXPECT_EQ(db.heapUsage(), content.size());
+    EXPECT_EQ(db.heapUsage(), content.size() + 1);
+    EXPECT_EQ(db.getData2()[db.getSize()], 0);
     EXPECT_TRUE(db.isSecure());
     EXPECT_TRUE(db.loadFileUtf8(dir.file("empty").c_str(), &log));
     EXPECT_TRUE(db.isEmpty());

@@ -17,12 +17,17 @@
 #include "support/pem/SafeBagAttributes.h"
 #include "support/x509/OrvaneX509.h"
 
+class ClsHttp;
 class ClsJsonObject;
 class ClsPkcs11;
 class ClsPem;
 class SystemCerts;
 class _ovAsn1;
 class OrvaneSysTime;
+class ProgressEvent;
+namespace revocation {
+struct OcspAsked;
+}
 
 // Reference counted, starting at 0: the first holder takes a reference. The
 // object is its own recursive lock; operations that read or change it check
@@ -208,6 +213,42 @@ class CertCore : public RefCountedObject, public OrvaneCritSec {
     bool verifyCertSignature(CertCore* issuer, LogBase& log);
     // The whole certificate as ASN.1 XML.
     bool toXml(XString& out, LogBase& log);
+
+    // ---- Revocation (revocation/CertRevocationPointers.cpp, CertOcspCheck.cpp) ---
+
+    // The CRL URL of the first DistributionPoint's fullName: its first URI that
+    // begins with "http" (any case), or else its last GeneralName, whatever its
+    // scheme. Later DistributionPoints are never looked at. url is replaced
+    // (left untouched when the object fails its sentinel check). Holds the lock
+    // throughout; log context "getCrlDistPoint".
+    bool getCrlDistPoint(StringBuffer& url, LogBase& log);
+    // The location of the first OCSP AccessDescription of the Authority
+    // Information Access extension, any scheme, up to a zero byte. url is
+    // replaced (untouched on a sentinel failure). Holds the lock throughout.
+    bool getOcspUrl(StringBuffer& url, LogBase& log);
+    // Whether url is exactly (case-sensitive) one of the responders known to
+    // never answer. Reads constant data only: no lock, any thread.
+    bool isNonRespondingOcspUrl(StringBuffer& url, LogBase& log);
+
+    // The issuer: this object when the certificate is self-issued, else the
+    // store's verified issuer, else null. The caller does not own the result.
+    // The lock is held only around the self-issued test. Log context
+    // "findIssuerCertificate".
+    CertCore* findIssuerCertificate(SystemCerts& sysCerts, LogBase& log);
+    // Builds a one-certificate OCSP request (SHA-1 CertID, a fresh 16-byte
+    // nonce), POSTs it to ocspUrl as "application/ocsp-request" and replaces
+    // ocspResponse with the raw answer. True when the HTTP exchange completed,
+    // whatever the status and whatever the response says. The HTTP client logs
+    // into log only when its keywords hold "LOG_OCSP_HTTP". The lock is taken
+    // per read of the certificate, never across the exchange. progress may be
+    // null. Log context "doOcspCheck".
+    bool doOcspCheck(ClsHttp& http, const char* ocspUrl, SystemCerts& sysCerts,
+                     DataBuffer& ocspResponse, LogBase& log, ProgressEvent* progress);
+    // The same, also reporting what was asked (CertID and nonce) in sent, so
+    // that the answer can be matched and its nonce compared.
+    bool doOcspCheck(ClsHttp& http, const char* ocspUrl, SystemCerts& sysCerts,
+                     DataBuffer& ocspResponse, revocation::OcspAsked& sent, LogBase& log,
+                     ProgressEvent* progress);
 
     // ---- Public key and key type (cert/keys/CertPublicKey.cpp) ------------------
 

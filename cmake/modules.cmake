@@ -55,8 +55,9 @@ endif()
 # The command-line tool.
 file(GLOB _ovcert_srcs CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tools/ovcert/*.cpp)
 add_executable(ovcert ${_ovcert_srcs})
-target_link_libraries(ovcert PRIVATE ov_cert nlohmann_json::nlohmann_json)
+target_link_libraries(ovcert PRIVATE ov_cert nlohmann_json::nlohmann_json pugixml::pugixml)
 set_target_properties(ovcert PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+target_compile_definitions(ovcert PRIVATE OVCERT_VERSION="${PROJECT_VERSION}")
 
 # The programmer's example of the README; built and run as a test.
 add_executable(load_ask_export examples/load_ask_export.cpp)

@@ -11,7 +11,7 @@ OV_PACKAGES=(
   nlohmann-json3-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libp11-kit-dev softhsm2 opensc
-  python3
+  python3 python3-cryptography
   clang libclang-rt-14-dev
 )
 

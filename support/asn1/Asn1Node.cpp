@@ -150,7 +150,7 @@ bool _ovAsn1::setOwnContent(const unsigned char* p, unsigned n) {
 _ovAsn1* _ovAsn1::fromElement(const DerElement& e, _ovAsn1Bytes* bytes, int depth) {
     _ovAsn1* n = newNode(e.tagClass, e.tagNumber, e.constructed);
     if (!n) return nullptr;
-    bytes->incRefCount();
+    if (bytes) bytes->incRefCount();
     n->m_bytes = bytes;
     n->m_content = e.contents;
     n->m_depth = depth;
@@ -177,6 +177,14 @@ _ovAsn1* _ovAsn1::DecodeToAsn_1Step(const unsigned char* p, unsigned n, LogBase&
     local.contents = DerInput(bytes->m_data.getData2() + off, e.contents.size());
     _ovAsn1* node = fromElement(local, bytes, 0);
     bytes->decRefCount();  // the node holds its own reference now (or none failed)
+    if (!node) log.logError("Out of memory decoding ASN.1");
+    return node;
+}
+
+_ovAsn1* _ovAsn1::DecodeToAsn_1StepView(const unsigned char* p, unsigned n, LogBase& log) {
+    DerElement e;
+    if (!der::readFirstItem(DerInput(p, n), true, &e, log)) return nullptr;
+    _ovAsn1* node = fromElement(e, nullptr, 0);
     if (!node) log.logError("Out of memory decoding ASN.1");
     return node;
 }

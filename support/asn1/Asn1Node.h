@@ -34,6 +34,11 @@ class _ovAsn1 : public RefCountedObject {
     // Null, with a log line saying why (e.g. "ASN.1 length exceeds input"), when
     // the item's header is malformed or runs past n.
     static _ovAsn1* DecodeToAsn_1Step(const unsigned char* p, unsigned n, LogBase& log);
+    // The same, without the copy: the tree's nodes view the caller's bytes,
+    // which must stay unchanged until the last node of the tree is released.
+    // For an owner that keeps the bytes beside the tree (a large CRL), so that
+    // they are held once.
+    static _ovAsn1* DecodeToAsn_1StepView(const unsigned char* p, unsigned n, LogBase& log);
 
     // Decodes the raw contents of this constructed node into parts; with
     // recursive set, every constructed part below as well. Already decoded parts
@@ -124,9 +129,11 @@ class _ovAsn1 : public RefCountedObject {
     bool encodeContents(DataBuffer& out, LogBase& log) const;
     void releaseParts();
 
-    _ovAsn1Bytes* m_bytes = nullptr;  // one reference; null for built constructed nodes
-    DerInput m_content;               // view into m_bytes
-    bool m_partsDecoded = false;      // m_parts stand for the contents
-    int m_depth = 0;                  // levels below the decoded root
-    std::vector<_ovAsn1*> m_parts;    // one reference each
+    // One reference; null for built constructed nodes and for nodes that view
+    // borrowed bytes (DecodeToAsn_1StepView).
+    _ovAsn1Bytes* m_bytes = nullptr;
+    DerInput m_content;             // view into m_bytes
+    bool m_partsDecoded = false;    // m_parts stand for the contents
+    int m_depth = 0;                // levels below the decoded root
+    std::vector<_ovAsn1*> m_parts;  // one reference each
 };

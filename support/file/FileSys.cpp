@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include "support/base/LogBase.h"
@@ -85,5 +86,11 @@ bool FileSys::deleteFile(XString& path, LogBase* log) {
     // ENOTDIR: a component is a file, so nothing can exist at the path.
     if (::unlink(path.getUtf8()) == 0 || errno == ENOENT || errno == ENOTDIR) return true;
     logFailure(log, "Failed to delete file.", path.getUtf8(), errno);
+    return false;
+}
+
+bool FileSys::renameFile(XString& from, XString& to, LogBase* log) {
+    if (::rename(from.getUtf8(), to.getUtf8()) == 0) return true;
+    logFailure(log, "Failed to rename file.", from.getUtf8(), errno);
     return false;
 }

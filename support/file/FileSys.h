@@ -31,4 +31,9 @@ class FileSys {
     // none; false with "Failed to delete file." otherwise (a directory is not
     // removed).
     static bool deleteFile(XString& path, LogBase* log);
+
+    // Renames from to to, replacing a file at to in one step (atomically when
+    // both are in one directory, so a reader sees the old file or the new one,
+    // never part of either). False with "Failed to rename file." otherwise.
+    static bool renameFile(XString& from, XString& to, LogBase* log);
 };

@@ -1,163 +1,100 @@
 // ovcert: the command-line face of the certificate component.
 //
-//   ovcert inspect [--json] [--log] [--verbose] FILE...   (FILE may be -)
-//   ovcert convert FILE --to der|pem|pkipath [-o OUT] [--log] [--verbose]
-//
 // A thin layer: loading goes through the component's format detection, and
-// every answer comes from one of its operations.
-#include <unistd.h>
-
+// every answer comes from one of its operations. Each subcommand lives in its
+// own CmdName.cpp and is listed once in kCommands below.
 #include <cstdio>
 #include <cstring>
-#include <iostream>
-#include <new>
 #include <string>
-#include <vector>
 
-#include "cert/CertCore.h"
-#include "support/store/SystemCerts.h"
-#include "tools/ovcert/CertSummary.h"
+#include "tools/ovcert/CmdConvert.h"
+#include "tools/ovcert/CmdCrl.h"
+#include "tools/ovcert/CmdInspect.h"
+#include "tools/ovcert/CmdOcsp.h"
+#include "tools/ovcert/CmdStatus.h"
+#include "tools/ovcert/Command.h"
+
+#ifndef OVCERT_VERSION
+#define OVCERT_VERSION "unknown"
+#endif
 
 namespace {
 
-const char kUsage[] =
-    "usage:\n"
-    "  ovcert inspect [--json] [--log] [--verbose] FILE...\n"
-    "  ovcert convert FILE --to der|pem|pkipath [-o OUT] [--log] [--verbose]\n"
-    "FILE may be - for standard input. Any form loads: DER, PEM (also bundles\n"
-    "with keys), PKCS#7, base64, UTF-16LE base64, a JSON array of base64.\n";
-
-struct Options {
-    bool json = false;
-    bool showLog = false;
-    bool verbose = false;
-    std::string to;
-    std::string out;
-    std::vector<std::string> files;
+// The registry: one line per subcommand, in the order `ovcert help` lists them.
+const Command* const kCommands[] = {
+    &kInspectCommand,
+    &kConvertCommand,
+    &kCrlCommand,
+    &kOcspCommand,
+    &kStatusCommand,
 };
 
-bool parseArgs(int argc, char** argv, int start, Options& o) {
-    for (int i = start; i < argc; ++i) {
-        std::string a = argv[i];
-        if (a == "--json") {
-            o.json = true;
-        } else if (a == "--log") {
-            o.showLog = true;
-        } else if (a == "--verbose") {
-            o.verbose = true;
-        } else if ((a == "--to" || a == "-o") && i + 1 < argc) {
-            (a == "--to" ? o.to : o.out) = argv[++i];
-        } else if (a.size() > 1 && a[0] == '-' && a != "-") {
-            fprintf(stderr, "ovcert: unknown option %s\n", a.c_str());
-            return false;
-        } else {
-            o.files.push_back(a);
-        }
-    }
-    return true;
+const char kExitStatuses[] =
+    "Exit status: 0 everything was read and answered; 1 an input could not be\n"
+    "loaded or an action failed; 2 the command line was wrong; 3 inputs loaded\n"
+    "but some answer could not be read (the output marks it).\n";
+
+const Command* findCommand(const char* name) {
+    for (const Command* c : kCommands)
+        if (!strcmp(c->name, name)) return c;
+    return nullptr;
 }
 
-void printLog(const LogTree& log) {
-    std::string t = log.text();
-    if (!t.empty()) fprintf(stderr, "%s", t.c_str());
+void printOverview(FILE* to) {
+    fputs("usage: ovcert COMMAND [OPTIONS] FILE...   (FILE may be - for standard input)\n\n", to);
+    for (const Command* c : kCommands) {
+        std::string name = c->name;
+        name.resize(10, ' ');
+        fprintf(to, "  %s%s\n", name.c_str(), c->summary);
+    }
+    fputs(
+        "\n  ovcert help COMMAND   the usage of one command (or COMMAND --help)\n"
+        "  ovcert --version      the tool's version\n\n",
+        to);
+    fputs(kExitStatuses, to);
 }
 
-// Loads one file (or standard input) through format detection. Certificates
-// of a bundle other than the one chosen land in the store.
-CertCore* loadInput(const std::string& file, SystemCerts* store, LogBase& log) {
-    if (file != "-") return CertCore::createFromFile2(file.c_str(), store, log);
-    std::string data((std::istreambuf_iterator<char>(std::cin)), std::istreambuf_iterator<char>());
-    return CertCore::createFromBinary2(data.data(), static_cast<unsigned>(data.size()), store, log);
-}
-
-int inspect(const Options& o) {
-    if (o.files.empty()) {
-        fputs(kUsage, stderr);
-        return 2;
+int help(int argc, char** argv) {
+    if (argc < 3) {
+        printOverview(stdout);
+        return kExitOk;
     }
-    bool tty = isatty(STDOUT_FILENO);
-    int status = 0;
-    for (const std::string& file : o.files) {
-        LogTree log;
-        log.verboseLogging = o.verbose ? 1 : 0;
-        SystemCerts* store = new (std::nothrow) SystemCerts();
-        if (!store) return 1;
-        store->incRefCount();
-        CertCore* cert = loadInput(file, store, log);
-        if (!cert) {
-            fprintf(stderr, "ovcert: %s: no certificate could be loaded from it\n", file.c_str());
-            printLog(log);
-            store->decRefCount();
-            status = 1;
-            continue;
-        }
-        cert->incRefCount();
-        std::vector<CertCore*> all{cert};
-        for (int i = 0; i < store->numCerts(); ++i) all.push_back(store->certAt(i));
-        for (CertCore* c : all) {
-            auto s = summarizeCert(*c, file, log);
-            if (o.json)
-                printf("%s\n", s.dump(tty ? 2 : -1).c_str());
-            else
-                printf("%s\n", summaryText(s).c_str());
-        }
-        cert->decRefCount();
-        store->decRefCount();
-        if (o.showLog) printLog(log);
+    const Command* c = findCommand(argv[2]);
+    if (!c) {
+        fprintf(stderr, "ovcert: no command named %s; 'ovcert help' lists them.\n", argv[2]);
+        return kExitUsage;
     }
-    return status;
-}
-
-int convert(const Options& o) {
-    if (o.files.size() != 1 || (o.to != "der" && o.to != "pem" && o.to != "pkipath")) {
-        fputs(kUsage, stderr);
-        return 2;
+    fputs(c->usage, stdout);
+    // A command with statuses of its own (status: 2 means revoked) says so in
+    // its usage; the tool-wide list would contradict it.
+    if (!strstr(c->usage, "Exit status")) {
+        fputs("\n", stdout);
+        fputs(kExitStatuses, stdout);
     }
-    LogTree log;
-    log.verboseLogging = o.verbose ? 1 : 0;
-    CertCore* cert = loadInput(o.files[0], nullptr, log);
-    if (!cert) {
-        fprintf(stderr, "ovcert: %s: no certificate could be loaded from it\n", o.files[0].c_str());
-        printLog(log);
-        return 1;
-    }
-    cert->incRefCount();
-    DataBuffer bytes;
-    bool ok;
-    if (o.to == "der") {
-        ok = cert->getDEREncodedCert(bytes);
-    } else {
-        StringBuffer text;
-        ok = (o.to == "pem") ? cert->getPem(text, log) : cert->getX509PKIPathv1(text, log);
-        if (o.to == "pkipath") text.append("\n");
-        bytes.append(text.getString(), text.getSize());
-    }
-    if (ok) {
-        if (!o.out.empty()) {
-            ok = bytes.saveToFileUtf8(o.out.c_str(), &log);
-        } else {
-            ok = fwrite(bytes.getData2(), 1, bytes.getSize(), stdout) == bytes.getSize();
-        }
-    }
-    cert->decRefCount();
-    if (!ok) fprintf(stderr, "ovcert: conversion failed\n");
-    if (!ok || o.showLog) printLog(log);
-    return ok ? 0 : 1;
+    return kExitOk;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2 || !strcmp(argv[1], "-h") || !strcmp(argv[1], "--help")) {
-        fputs(kUsage, argc < 2 ? stderr : stdout);
-        return argc < 2 ? 2 : 0;
+    if (argc < 2) {
+        printOverview(stderr);
+        return kExitUsage;
     }
-    Options o;
-    if (!parseArgs(argc, argv, 2, o)) return 2;
-    std::string cmd = argv[1];
-    if (cmd == "inspect") return inspect(o);
-    if (cmd == "convert") return convert(o);
-    fprintf(stderr, "ovcert: unknown command %s\n", cmd.c_str());
-    fputs(kUsage, stderr);
-    return 2;
+    const char* first = argv[1];
+    if (!strcmp(first, "-h") || !strcmp(first, "--help")) {
+        printOverview(stdout);
+        return kExitOk;
+    }
+    if (!strcmp(first, "--version") || !strcmp(first, "-V")) {
+        printf("ovcert %s\n", OVCERT_VERSION);
+        return kExitOk;
+    }
+    if (!strcmp(first, "help")) return help(argc, argv);
+    const Command* c = findCommand(first);
+    if (!c) {
+        fprintf(stderr, "ovcert: unknown command %s; 'ovcert help' lists the commands.\n", first);
+        return kExitUsage;
+    }
+    return c->run(argc - 1, argv + 1);
 }

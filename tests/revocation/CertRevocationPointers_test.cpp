@@ -1,0 +1,154 @@
+// CRL and OCSP pointers read from certificates that the openssl command line
+// makes with hand-built extension values (the odd shapes no CA tool writes).
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "cert/CertTestUtil.h"
+#include "support/base/StringBuffer.h"
+#include "support/x509/X509TestUtil.h"
+
+using namespace x509test;
+using certtest::CertRef;
+
+namespace {
+
+constexpr const char* kCrlDp = "2.5.29.31";
+constexpr const char* kAia = "1.3.6.1.5.5.7.1.1";
+
+std::string hex(const Bytes& b) {
+    static const char* d = "0123456789ABCDEF";
+    std::string s;
+    for (unsigned char c : b) s += {d[c >> 4], d[c & 15]};
+    return s;
+}
+
+// A self-signed certificate carrying the extension value (none when empty).
+CertCore* certWith(const char* extOid, const Bytes& value) {
+    static ovtest::TempDir dir;
+    std::string ext = value.empty() ? "" : std::string(" -addext ") + extOid + "=DER:" + hex(value);
+    std::string cmd = "cd " + ovtest::shq(dir.path()) +
+                      " && openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes "
+                      "-keyout k.pem -subj /CN=t -days 30 -outform DER -out c.der" +
+                      ext + " 2>&1";
+    EXPECT_EQ(0, ovtest::run(cmd)) << cmd;
+    std::string der = ovtest::readFile(dir.file("c.der"));
+    LogNull log;
+    return CertCore::createFromDer2(reinterpret_cast<const unsigned char*>(der.data()),
+                                    static_cast<unsigned>(der.size()), nullptr, nullptr, log);
+}
+
+Bytes uri(const std::string& s) {
+    return tlv(0x86, str(s));
+}
+// CRLDistributionPoints with one DistributionPoint per list of GeneralNames.
+Bytes dps(std::initializer_list<Bytes> fullNames) {
+    Bytes all;
+    for (const Bytes& names : fullNames) {
+        Bytes dp = tlv(0x30, tlv(0xa0, tlv(0xa0, names)));
+        all.insert(all.end(), dp.begin(), dp.end());
+    }
+    return tlv(0x30, all);
+}
+Bytes access(const char* method, const Bytes& location) {
+    return tlv(0x30, cat({oid(method), location}));
+}
+const char* kOcsp = "1.3.6.1.5.5.7.48.1";
+const char* kCaIssuers = "1.3.6.1.5.5.7.48.2";
+
+// "url" or "(false)", then the log's info and error lines that matter here.
+std::string answer(bool ok, const StringBuffer& url, const LogTree& log) {
+    std::string s = ok ? url.getString() : (url.isEmpty() ? "(false)" : "(false, url set)");
+    for (const char* line :
+         {"Checking next sibling for an HTTP URL...", "No CRL Distribution Points extension.",
+          "No AuthorityAccessInfo (OCSP) extension."})
+        if (log.hasInfo(line)) s += std::string(" | ") + line;
+    if (!ovtest::errors(log).empty()) s += " | error: " + ovtest::errors(log);
+    return s;
+}
+
+}  // namespace
+
+TEST(CertRevocationPointers, CrlDistPointTakesTheFirstPointsHttpUriOrItsLast) {
+    const char* sibling = " | Checking next sibling for an HTTP URL...";
+    struct Case {
+        const char* name;
+        Bytes value;
+        std::string want;
+    } cases[] = {
+        {"ldap then http", dps({cat({uri("ldap://d/c"), uri("http://h/c.crl")})}),
+         std::string("http://h/c.crl") + sibling},
+        {"ldap only", dps({uri("ldap://d/c")}), "ldap://d/c"},
+        {"scheme case", dps({cat({uri("HtTpS://h/c"), uri("http://x/")})}), "HtTpS://h/c"},
+        {"second point never read",
+         dps({cat({uri("ldap://a"), uri("ldap://b")}), uri("http://second/c.crl")}),
+         std::string("ldap://b") + sibling},
+        {"dns name then http", dps({cat({tlv(0x82, str("dns")), uri("http://h/")})}),
+         std::string("http://h/") + sibling},
+        {"empty sibling", dps({cat({uri("ldap://a"), uri("")})}), std::string("(false)") + sibling},
+        {"relative name",
+         tlv(0x30, tlv(0x30, tlv(0xa0, tlv(0xa1, atv("2.5.4.3", tlv(0x0c, str("c"))))))),
+         "(false)"},
+        {"crl issuer only", tlv(0x30, tlv(0x30, tlv(0xa2, uri("http://i/")))), "(false)"},
+        {"no extension", {}, "(false) | No CRL Distribution Points extension."},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        CertRef cert(certWith(kCrlDp, c.value));
+        ASSERT_TRUE(cert);
+        StringBuffer url("stale");
+        LogTree log;
+        EXPECT_EQ(c.want, answer(cert->getCrlDistPoint(url, log), url, log));
+    }
+}
+
+TEST(CertRevocationPointers, OcspUrlIsTheFirstOcspLocationAsWritten) {
+    struct Case {
+        const char* name;
+        Bytes value;
+        std::string want;
+    } cases[] = {
+        {"after ca issuers",
+         tlv(0x30, cat({access(kCaIssuers, uri("http://ca/ca.crt")),
+                        access(kOcsp, uri("http://o/")), access(kOcsp, uri("http://second/"))})),
+         "http://o/"},
+        {"any scheme", tlv(0x30, access(kOcsp, uri("ldap://o"))), "ldap://o"},
+        {"ends at a zero byte",
+         tlv(0x30, access(kOcsp, tlv(0x86, cat({str("http://a"), {0}, str("b")})))), "http://a"},
+        {"empty location", tlv(0x30, access(kOcsp, uri(""))), "(false)"},
+        {"ca issuers only", tlv(0x30, access(kCaIssuers, uri("http://ca/"))),
+         "(false) | error: No OCSP OID."},
+        {"no extension", {}, "(false) | No AuthorityAccessInfo (OCSP) extension."},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        CertRef cert(certWith(kAia, c.value));
+        ASSERT_TRUE(cert);
+        StringBuffer url("stale");
+        LogTree log;
+        EXPECT_EQ(c.want, answer(cert->getOcspUrl(url, log), url, log));
+        std::string xml;
+        EXPECT_EQ(log.hasError("No OCSP OID."), log.findData("AuthorityAccessInfo", xml));
+    }
+}
+
+TEST(CertRevocationPointers, KnownNonRespondingResponders) {
+    CertCore cert;
+    const char* err = "This OCSP URL is known to be non-responding and/or unreachable.";
+    struct Case {
+        const char* url;
+        bool known;
+    } cases[] = {
+        {"http://ocsp.int-x3.letsencrypt.org", true},
+        {"http://r3.o.lencr.org", true},
+        {"http://R3.o.lencr.org", false},   // exact, case included
+        {"http://r3.o.lencr.org/", false},  // no trailing slash tolerated
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.url);
+        StringBuffer url(c.url);
+        LogTree log;
+        EXPECT_EQ(c.known, cert.isNonRespondingOcspUrl(url, log));
+        EXPECT_EQ(c.known, log.hasError(err));
+    }
+}

@@ -1,0 +1,202 @@
+// _ovCrl::downloadCrlDer against a loopback HTTP server of ours
+// (crl_http_server.py) serving the openssl-made CRLs of tests/data/crl.
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "revocation/OvCrl.h"
+#include "support/base/DataBuffer.h"
+#include "support/base/LogBase.h"
+#include "support/base/XString.h"
+#include "support/net/ClsHttp.h"
+#include "support/net/PeerProcess.h"
+#include "support_common/TestUtil.h"
+
+namespace {
+
+std::vector<std::string> listDir(const std::string& dir) {
+    std::vector<std::string> names;
+    if (DIR* d = opendir(dir.c_str())) {
+        while (dirent* e = readdir(d))
+            if (e->d_name[0] != '.') names.push_back(e->d_name);
+        closedir(d);
+    }
+    return names;
+}
+
+class CrlDownloadTest : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        for (const char* v : {"http_proxy", "HTTP_PROXY", "all_proxy", "ALL_PROXY"}) unsetenv(v);
+        if (!s_server.start(OV_SOURCE_DIR "/tests/revocation", "python3 crl_http_server.py",
+                            s_port))
+            s_port.clear();
+    }
+    void SetUp() override { ASSERT_FALSE(s_port.empty()) << "crl_http_server.py did not start"; }
+    static std::string url(const std::string& path) { return "http://127.0.0.1:" + s_port + path; }
+
+    // Requests the server answered so far.
+    static int served() {
+        ClsHttp http;
+        XString u(url("/count").c_str());
+        DataBuffer out;
+        LogNull log;
+        if (!http.quickGet(u, out, nullptr, log)) return -1;
+        return std::stoi(ovtest::bytes(out));
+    }
+
+    static bool fetch(const std::string& path, const char* cacheDir, DataBuffer& out, LogBase& log,
+                      ClsHttp* client = nullptr) {
+        ClsHttp own;
+        return _ovCrl::downloadCrlDer(url(path).c_str(), cacheDir, client ? *client : own, out,
+                                      nullptr, log);
+    }
+
+    static inline ovtest::PeerProcess s_server;
+    static inline std::string s_port;
+};
+
+// What the server sends arrives whole and loads as the file does; a CRL with
+// a GeneralizedTime thisUpdate downloads but does not load.
+TEST_F(CrlDownloadTest, ServedCrlsLoadAsTheirFiles) {
+    struct Case {
+        const char* file;
+        bool loads;
+        int crlNumber;
+    } cases[] = {{"v2.crl", true, 5},
+                 {"v2_empty.crl", true, 0},
+                 {"v1.crl", true, 0},
+                 {"gentime.crl", false, 0}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.file);
+        DataBuffer der;
+        LogTree log;
+        ASSERT_TRUE(fetch(std::string("/crl/") + c.file, nullptr, der, log)) << log.text();
+        EXPECT_EQ(ovtest::bytes(der),
+                  ovtest::readFile(ovtest::dataPath(std::string("crl/") + c.file)));
+        _ovCrl crl;
+        EXPECT_EQ(crl.loadCrlDer(der, log), c.loads);
+        EXPECT_EQ(crl.getCrlNumber(), c.crlNumber);
+    }
+}
+
+// The second request for a URL is answered from the cache file, without a
+// request, even by a dead client; the file holds exactly the CRL's bytes.
+TEST_F(CrlDownloadTest, CacheHitMakesNoRequest) {
+    ovtest::TempDir dir;
+    DataBuffer first, second;
+    LogTree log;
+    ASSERT_TRUE(fetch("/crl/v2.crl", dir.path().c_str(), first, log)) << log.text();
+    std::string path;
+    ASSERT_TRUE(log.findData("crl_cache_file_path", path));
+    EXPECT_EQ(path, dir.file("127.0.0.1_" + s_port + "_crl_v2.crl"));
+    EXPECT_EQ(ovtest::readFile(path), ovtest::bytes(first));
+    EXPECT_EQ(listDir(dir.path()).size(), 1u);  // no temporary file left
+
+    int before = served();
+    ClsHttp dead;
+    dead.m_magic = 0;
+    LogTree again;
+    EXPECT_TRUE(fetch("/crl/v2.crl", dir.path().c_str(), second, again, &dead));
+    dead.m_magic = ClsHttp::kValidMagic;
+    EXPECT_EQ(served(), before);
+    EXPECT_TRUE(first.equals(second));
+}
+
+// A failed download caches nothing; a missing cache directory is not created
+// and caches nothing; a dead client without a cached file fails.
+TEST_F(CrlDownloadTest, OnlySuccessfulDownloadsToExistingDirectoriesAreCached) {
+    ovtest::TempDir dir;
+    DataBuffer der;
+    LogTree log;
+    EXPECT_FALSE(fetch("/crl/missing.crl", dir.path().c_str(), der, log));
+    EXPECT_TRUE(log.hasError("Failed to download the CRL."));
+    EXPECT_TRUE(listDir(dir.path()).empty());
+
+    std::string missing = dir.file("no/such/dir");
+    LogTree ok;
+    EXPECT_TRUE(fetch("/crl/v1.crl", missing.c_str(), der, ok));
+    EXPECT_FALSE(der.isEmpty());
+    EXPECT_TRUE(listDir(dir.path()).empty());
+
+    // An empty directory name is still a directory name: logged, and absent.
+    LogTree empty;
+    EXPECT_TRUE(fetch("/crl/v1.crl", "", der, empty));
+    std::string v;
+    EXPECT_TRUE(empty.findData("crl_cache_dir", v) && v.empty());
+    EXPECT_TRUE(empty.findData("crl_cache_file_path", v));
+
+    ClsHttp dead;
+    dead.m_magic = 0;
+    LogTree deadLog;
+    EXPECT_FALSE(fetch("/crl/v1.crl", dir.path().c_str(), der, deadLog, &dead));
+    dead.m_magic = ClsHttp::kValidMagic;
+    EXPECT_TRUE(deadLog.hasError(
+        "The HTTP object is not valid.  Perhaps your application already deleted it?"));
+}
+
+// The HTTP client's own lines reach the caller's log only with LOG_CRL_HTTP.
+TEST_F(CrlDownloadTest, HttpLogOnlyOnRequest) {
+    for (bool keyword : {false, true}) {
+        SCOPED_TRACE(keyword);
+        LogTree log;
+        if (keyword) log.logKeywords.append("LOG_CRL_HTTP");
+        DataBuffer der;
+        EXPECT_FALSE(fetch("/crl/missing.crl", nullptr, der, log));
+        std::string v;
+        EXPECT_TRUE(log.findData("crl_url", v));
+        EXPECT_EQ(log.findData("url", v), keyword);  // the client's value
+        EXPECT_EQ(log.numErrors(), keyword ? 2 : 1) << log.text();
+    }
+}
+
+// A body that never ends stops at the CRL cap (which still lets 100 MB CRLs
+// through), and nothing is cached.
+TEST_F(CrlDownloadTest, EndlessBodyStopsAtTheCap) {
+    ovtest::TempDir dir;
+    ClsHttp http;
+    DataBuffer der;
+    LogTree log;
+    log.logKeywords.append("LOG_CRL_HTTP");
+    EXPECT_FALSE(fetch("/endless", dir.path().c_str(), der, log, &http));
+    EXPECT_TRUE(log.hasError("The response is larger than the maximum response size."));
+    std::string cap;
+    EXPECT_TRUE(log.findData("maxResponseSize", cap));
+    EXPECT_EQ(cap, std::to_string(_ovCrl::kMaxCrlSize));
+    EXPECT_TRUE(listDir(dir.path()).empty());
+    EXPECT_EQ(http.get_MaxResponseSize(), ClsHttp::kDefaultMaxResponseSize);  // restored
+}
+
+// Two processes downloading one URL into one cache at once leave one whole
+// file: the server numbers each response's bytes, so a torn file would mix.
+TEST_F(CrlDownloadTest, TwoProcessesLeaveOneWholeFile) {
+    ovtest::TempDir dir;
+    const unsigned size = 3u * 1024 * 1024;
+    std::string path = "/numbered/" + std::to_string(size);
+    pid_t kids[2];
+    for (pid_t& k : kids) {
+        k = fork();
+        ASSERT_GE(k, 0);
+        if (k == 0) {
+            DataBuffer der;
+            LogNull log;
+            _exit(fetch(path, dir.path().c_str(), der, log) && der.getSize() == size ? 0 : 1);
+        }
+    }
+    for (pid_t k : kids) {
+        int status = 0;
+        ASSERT_EQ(waitpid(k, &status, 0), k);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    }
+    std::vector<std::string> names = listDir(dir.path());
+    ASSERT_EQ(names.size(), 1u);
+    std::string bytes = ovtest::readFile(dir.file(names[0]));
+    ASSERT_EQ(bytes.size(), size);
+    EXPECT_EQ(bytes.find_first_not_of(bytes[0]), std::string::npos);
+}
+
+}  // namespace

@@ -1,0 +1,95 @@
+// `ovcert ocsp` against an openssl responder on loopback and on saved
+// responses, and `inspect`'s revocation pointers.
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "revocation/OcspTestPki.h"
+#include "support_common/TestUtil.h"
+
+using nlohmann::json;
+using ocsptest::pki;
+using ovtest::shq;
+
+namespace {
+
+std::string ovcert(const std::string& args, int* status) {
+    std::string out;
+    *status = ovtest::run(
+        "cd " + shq(pki().dir().path()) + " && " + OVCERT_BIN + " " + args + " 2>/dev/null", &out);
+    return out;
+}
+
+json ovcertJson(const std::string& args, int want = 0) {
+    int st = -1;
+    std::string out = ovcert(args + " --json", &st);
+    EXPECT_EQ(want, st) << args;
+    return json::parse(out, nullptr, false);
+}
+
+}  // namespace
+
+// Every member for a revoked leaf, answered by a delegated responder.
+TEST(OvcertOcsp, AsksTheResponder) {
+    ASSERT_TRUE(pki().made());
+    ovtest::PeerProcess responder;
+    const std::string url = pki().startResponder(responder, "delegate");
+    ASSERT_FALSE(url.empty());
+    json j = ovcertJson("ocsp revoked.pem --issuer ca.pem --url " + url);
+    ASSERT_TRUE(j.is_object() && j["responses"].size() == 1);
+    json r = j["responses"][0];
+    EXPECT_TRUE(r["thisUpdate"].is_string() && r["nextUpdate"].is_string());
+    r.erase("thisUpdate");
+    r.erase("nextUpdate");
+    j.erase("responses");
+    EXPECT_EQ(json::parse(R"({"httpStatus":200,"responseStatus":"successful","nonce":"match",)"
+                          R"("signature":"valid"})"),
+              j);
+    EXPECT_EQ(json::parse(R"({"serial":"1002","certStatus":"revoked","reason":"keyCompromise",)"
+                          R"("revocationTime":"2024-01-01T00:00:00Z"})"),
+              r);
+}
+
+TEST(OvcertOcsp, ReadsASavedResponse) {
+    ASSERT_TRUE(pki().made());
+    ASSERT_TRUE(
+        pki().sh("openssl ocsp -issuer ca.pem -cert revoked.pem -cert good.pem -cert "
+                 "expired.pem -reqout three.req && openssl ocsp -index index.txt -CA "
+                 "ca.pem -rsigner delegate.pem -rkey delegate.key -reqin three.req "
+                 "-respout three.der"));
+    json j = ovcertJson("ocsp --respin three.der --issuer ca.pem");
+    ASSERT_TRUE(j.is_object());
+    EXPECT_FALSE(j.contains("httpStatus"));
+    EXPECT_EQ("valid", j["signature"]);
+    EXPECT_TRUE(j["nonce"].is_null());  // one came back, but nothing to compare it with
+    std::string got;
+    for (const json& r : j["responses"])
+        got += r["serial"].get<std::string>() + "=" + r["certStatus"].get<std::string>() + " ";
+    EXPECT_EQ("1002=revoked 00C0FFEE=good 3001=unknown ", got);
+    EXPECT_EQ("unchecked", ovcertJson("ocsp --respin three.der")["signature"]);
+    EXPECT_EQ("invalid", ovcertJson("ocsp --respin three.der --issuer rogue.pem")["signature"]);
+}
+
+TEST(OvcertOcsp, FailuresAndPointers) {
+    ASSERT_TRUE(pki().made());
+    struct Case {
+        const char* args;
+        int status;
+    } cases[] = {
+        {"ocsp good.pem --issuer ca.pem", 1},            // the named responder does not answer
+        {"ocsp good.pem --url http://127.0.0.1:9/", 1},  // no issuer to hash
+        {"ocsp --respin ca.pem", 1},                     // not a response
+        {"ocsp", 2},
+        {"ocsp good.pem --respin x.der", 2},
+        {"ocsp good.pem --nonsense", 2},
+    };
+    for (const Case& c : cases) {
+        int st = -1;
+        ovcert(c.args, &st);
+        EXPECT_EQ(c.status, st) << c.args;
+    }
+    json j = ovcertJson("inspect good.pem");
+    EXPECT_EQ("http://127.0.0.1:9/ocsp", j["ocspUrl"]);
+    EXPECT_EQ("http://127.0.0.1:9/root.crl", j["crlDistPoint"]);
+}

@@ -27,8 +27,7 @@ class XString;
 // Logging: every request opens a context in the log it is given and writes
 // failures there with one error line, plus the values "url" (without any
 // "user:password@" part) and, for transport failures, "curlCode" and
-// "curlError". Callers that do not want HTTP detail in
-// their log pass a LogNull.
+// "curlError". Callers that do not want HTTP detail in their log pass a LogNull.
 class ClsHttp : public RefCountedObject {
   public:
     // m_magic holds this while the object is alive; the destructor clears it.

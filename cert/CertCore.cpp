@@ -20,6 +20,7 @@ CertCore::CertCore(const CertCore&) : RefCountedObject(), OrvaneCritSec() {
 
 void CertCore::initFields() {
     m_magic = kMagic;
+    m_smartCardPin.setSecureX(true);
     m_auxFlag = false;
     m_pkcs11 = nullptr;
     m_keyType = 0;

@@ -4,6 +4,7 @@
 // attributes, and cached key facts.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "support/base/DataBuffer.h"
@@ -255,7 +256,8 @@ class CertCore : public RefCountedObject, public OrvaneCritSec {
     // "getCertPublicKey"; logs why it failed.
     bool getCertPublicKey(_ovPublicKey& key, LogBase& log);
     // The key-type code (0 unknown, 1 RSA, 2 DSA, 3 ECDSA, 5 Ed25519) and the key
-    // size in bits, cached in m_keyType / m_keyBits once non-zero. Not locked.
+    // size in bits, cached in m_keyType / m_keyBits once non-zero. A cached
+    // answer is read without the lock; the first answer is stored under it.
     int getCertKeyType(int& bits, LogBase& log);
     // The same, loading the key into the caller's container when the type is not
     // cached yet (a cached type leaves key untouched).
@@ -343,18 +345,22 @@ class CertCore : public RefCountedObject, public OrvaneCritSec {
     // ---- Fields, in declaration order ----------------------------------------
     uint32_t m_magic;
     OrvaneX509Holder m_x509Holder;
+    // Marked secure by the constructors: wiped whenever it is cleared or freed.
     XString m_smartCardPin;
     bool m_auxFlag;
     _ovPublicKey m_privateKey;
     SafeBagAttributes m_safeBagAttrs;
     ClsJsonObject* m_cloudSigner;
     ClsPkcs11* m_pkcs11;
-    int m_keyType;
+    // The key-type cache. Atomic because it is read without the lock; a writer
+    // stores m_keyBits first and m_keyType last (release), and m_keyBits is
+    // never reset, so a reader that sees a type sees its size.
+    std::atomic<int> m_keyType;
     int m_expectedSigSize;
     uint32_t m_reserved;
     unsigned long m_pkcs11PrivKeyHandle;
     DataBuffer m_auxData;
-    int m_keyBits;
+    std::atomic<int> m_keyBits;
 
   private:
     void initFields();

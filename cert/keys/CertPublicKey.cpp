@@ -27,18 +27,18 @@ int CertCore::getCertKeyType(int& bits, LogBase& log) {
 }
 
 int CertCore::getCertKeyType2(int& bits, _ovPublicKey& key, LogBase& log) {
-    // Unlocked on purpose: concurrent first calls compute and store the same
-    // values. The cache may also have been filled by the token link, which knows
-    // the type without the key being loaded here.
-    if (m_keyType != 0) {
-        bits = m_keyBits;
-        return m_keyType;
+    // Read without the lock. The size is published before the type and never
+    // reset, so whoever sees a type sees its size. The cache may also have been
+    // filled by the token link, which knows the type without the key being
+    // loaded here.
+    int cached = m_keyType.load(std::memory_order_acquire);
+    if (cached != 0) {
+        bits = m_keyBits.load(std::memory_order_relaxed);
+        return cached;
     }
     bits = 0;
-    m_keyBits = 0;
     if (!getCertPublicKey(key, log)) return 0;
-    bits = static_cast<int>(key.getBitLength());
-    m_keyBits = bits;
+    const int keyBits = static_cast<int>(key.getBitLength());
 
     // Tested RSA, EC, DSA, Ed25519 but numbered 1, 3, 2, 5: the codes are
     // shared with the token link and stored by callers, so they never move.
@@ -51,18 +51,28 @@ int CertCore::getCertKeyType2(int& bits, _ovPublicKey& key, LogBase& log) {
         type = 2;
     else if (key.isEd25519())
         type = 5;
-    // 0 leaves the cache "not yet known", so an unknown key is looked at again.
-    m_keyType = type;
+    bits = keyBits;
+    {
+        // Concurrent first calls compute the same pair; the lock keeps one
+        // writer at a time. 0 leaves the cache "not yet known", so an unknown
+        // key is looked at again.
+        CritSecExitor lock(this);
+        if (m_keyType.load(std::memory_order_relaxed) == 0) {
+            m_keyBits.store(keyBits, std::memory_order_relaxed);
+            m_keyType.store(type, std::memory_order_release);
+        }
+    }
     return type;
 }
 
 bool CertCore::appendCertKeyType(StringBuffer& out, LogBase& log) {
-    if (m_keyType == 0) {
+    int type = m_keyType.load(std::memory_order_acquire);
+    if (type == 0) {
         int bits = 0;
-        getCertKeyType(bits, log);
+        type = getCertKeyType(bits, log);
     }
     const char* name = "unknown";
-    switch (m_keyType) {
+    switch (type) {
         case 1:
             name = "rsa";
             break;

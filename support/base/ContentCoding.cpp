@@ -69,8 +69,18 @@ bool encode(const void* data, unsigned n, StringBuffer& out, const char* alphabe
 
 bool decode(const char* s, unsigned n, DataBuffer& out, const DecodeTable& t) {
     if (n && !s) return false;
-    DataBuffer tmp;
-    tmp.m_secure = out.m_secure;
+    // An empty out is decoded into directly (emptied again on failure): going
+    // through a second buffer would hold the decoded bytes twice.
+    const bool direct = out.isEmpty();
+    DataBuffer scratch;
+    scratch.m_secure = out.m_secure;
+    DataBuffer& tmp = direct ? out : scratch;
+    struct EmptyOnFailure {
+        DataBuffer* db;
+        ~EmptyOnFailure() {
+            if (db) db->clear();
+        }
+    } guard{direct ? &out : nullptr};
     if (!tmp.ensureCapacity(n / 4 * 3 + 3)) return false;
     unsigned acc = 0, k = 0;
     bool padding = false;
@@ -99,6 +109,10 @@ bool decode(const char* s, unsigned n, DataBuffer& out, const DecodeTable& t) {
         unsigned char b[2] = {static_cast<unsigned char>(acc >> 10),
                               static_cast<unsigned char>(acc >> 2)};
         tmp.append(b, 2);
+    }
+    if (direct) {
+        guard.db = nullptr;
+        return true;
     }
     return out.append(tmp);
 }

@@ -1,6 +1,9 @@
 #include "support/base/DataBuffer.h"
 
+#include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -207,8 +210,11 @@ bool DataBuffer::loadFileUtf8(const char* path, LogBase* log) {
         if (log) log->logError("No file path given.");
         return false;
     }
-    FILE* f = fopen(path, "rb");
-    if (!f) {
+    // Non-blocking, so that opening a FIFO that nobody writes to returns at
+    // once; the type check below then refuses it. It changes nothing for a
+    // regular file.
+    int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    if (fd < 0) {
         if (log) {
             log->logError("Failed to open file for reading.");
             log->logData("path", path);
@@ -216,30 +222,61 @@ bool DataBuffer::loadFileUtf8(const char* path, LogBase* log) {
         }
         return false;
     }
-    bool ok = true;
-    unsigned char buf[65536];
-    for (;;) {
-        size_t n = fread(buf, 1, sizeof buf, f);
-        if (n > 0 && !append(buf, static_cast<unsigned>(n))) {
-            ok = false;
-            if (log) log->logError("Out of memory reading file.");
-            break;
+    struct FdCloser {
+        int fd;
+        ~FdCloser() { close(fd); }
+    } closer{fd};
+
+    // Only a regular file has a size known in advance; a device or a pipe could
+    // feed us without end, and a FIFO would make us wait for a writer.
+    struct stat st;
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        if (log) {
+            log->logError("Not a regular file: only regular files are read.");
+            log->logData("path", path);
         }
-        if (n < sizeof buf) {
-            if (ferror(f)) {
-                ok = false;
-                if (log) {
-                    log->logError("Failed to read file.");
-                    log->logData("path", path);
-                }
-            }
-            break;
+        return false;
+    }
+    if (st.st_size > static_cast<off_t>(kMaxLoadSize)) {
+        if (log) {
+            log->logError("The file is larger than the most that is read.");
+            log->logData("path", path);
+            log->LogDataLong("size", static_cast<long>(st.st_size));
+            log->LogDataLong("maxSize", static_cast<long>(kMaxLoadSize));
+        }
+        return false;
+    }
+
+    // A buffer of exactly the file's size, plus the zero byte after it:
+    // reading in pieces into a growing buffer would hold up to twice the file
+    // while it grows.
+    const unsigned want = static_cast<unsigned>(st.st_size);
+    if (m_capacity < want + 1) {
+        releaseMemory();
+        if (!grow(want + 1)) {
+            if (log) log->logError("Out of memory reading file.");
+            return false;
         }
     }
-    fclose(f);
-    if (m_secure) ovSecureZero(buf, sizeof buf);
-    if (!ok) clear();
-    return ok;
+    // A file that shrinks while read gives what it holds; one that grows gives
+    // the size it had when we looked.
+    while (m_size < want) {
+        ssize_t n = read(fd, m_data + m_size, want - m_size);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) {
+            if (log) {
+                log->logError("Failed to read file.");
+                log->logData("path", path);
+                log->logData("reason", strerror(errno));
+            }
+            clear();
+            return false;
+        }
+        if (n == 0) break;
+        m_size += static_cast<unsigned>(n);
+    }
+    m_data[m_size] = 0;
+    return true;
 }
 
 bool DataBuffer::loadFileX(XString& path, LogBase& log) {

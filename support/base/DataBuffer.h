@@ -71,8 +71,13 @@ class DataBuffer : public NonRefCountedObj {
     // hostile input exhaust memory.
     static constexpr unsigned kMaxLoadSize = 1u << 30;
 
-    // Replaces the contents with the whole file at the UTF-8 path. On failure the
-    // buffer is emptied and the reason logged when log is not null.
+    // Replaces the contents with the whole file at the UTF-8 path, read into a
+    // buffer of exactly the file's size plus one zero byte after the contents
+    // (not counted in the size), so that text files can be read as
+    // zero-terminated text without a copy. Only regular files are read (a FIFO,
+    // device or directory is refused at once, never waited on), and none larger
+    // than kMaxLoadSize. On failure the buffer is emptied and the reason logged
+    // when log is not null.
     bool loadFileUtf8(const char* path, LogBase* log);
     bool loadFileX(XString& path, LogBase& log);
     // Writes the bytes to the file, creating or truncating it.

@@ -29,8 +29,10 @@ namespace {
 
 const char* const kDefaultUserAgent = "orvane-http/1.0";
 
+}  // namespace
+
 // What the libcurl callbacks see of one transfer.
-struct Transfer {
+struct ClsHttp::Transfer {
     DataBuffer* out = nullptr;
     unsigned startSize = 0;
     unsigned maxSize = 0;
@@ -41,6 +43,9 @@ struct Transfer {
     int lastPercent = -1;
     bool aborted = false;
 };
+
+namespace {
+using Transfer = ClsHttp::Transfer;
 
 size_t onBody(char* p, size_t size, size_t nmemb, void* userdata) {
     Transfer* t = static_cast<Transfer*>(userdata);
@@ -119,6 +124,35 @@ bool addExtraHeaders(const char* text, CurlHeaderList& headers, bool& noMemory) 
     return true;
 }
 
+// Applies options one after the other and keeps the first failure; after one
+// fails the rest are not tried.
+class CurlOptions {
+  public:
+    explicit CurlOptions(CURL* h) : m_h(h) {}
+    template <typename T>
+    void set(CURLoption opt, T value) {
+        if (m_rc == CURLE_OK) m_rc = curl_easy_setopt(m_h, opt, value);
+    }
+    CURLcode result() const { return m_rc; }
+
+  private:
+    CURL* m_h;
+    CURLcode m_rc = CURLE_OK;
+};
+
+// The URL as it may be logged: a "user:password@" part is dropped, since logs
+// are read by people who must not learn the password.
+std::string withoutUserInfo(const char* url) {
+    std::string u(url ? url : "");
+    size_t scheme = u.find("://");
+    size_t from = scheme == std::string::npos ? 0 : scheme + 3;
+    size_t authorityEnd = u.find_first_of("/?#", from);
+    if (authorityEnd == std::string::npos) authorityEnd = u.size();
+    size_t at = u.rfind('@', authorityEnd);
+    if (at == std::string::npos || at < from) return u;
+    return u.erase(from, at + 1 - from);
+}
+
 // One error line per failure, naming what went wrong in words a user can act on.
 const char* describeFailure(CURLcode rc) {
     switch (rc) {
@@ -176,9 +210,7 @@ bool ClsHttp::put_UserAgent(const char* ua) {
     }
 }
 
-bool ClsHttp::perform(Request& req, LogBase& log) {
-    req.result->clear();
-    log.logData("url", req.url);
+bool ClsHttp::checkRequest(const Request& req, LogBase& log) const {
     if (!*req.url) {
         log.logError("No URL given.");
         return false;
@@ -191,16 +223,16 @@ bool ClsHttp::perform(Request& req, LogBase& log) {
         log.logError("A request header value holds a line break.");
         return false;
     }
+    return true;
+}
 
-    CurlHeaderList headers;
+bool ClsHttp::buildHeaders(const Request& req, bool sendsBody, CurlHeaderList& headers,
+                           LogBase& log) {
     bool noMemory = false;
     if (req.extraHeaders && !addExtraHeaders(req.extraHeaders, headers, noMemory)) {
         log.logError(noMemory ? "Out of memory." : "The extra request headers are malformed.");
         return false;
     }
-    const bool sendsBody =
-        req.body &&
-        !((strcmp(req.verb, "GET") == 0 || strcmp(req.verb, "HEAD") == 0) && req.body->isEmpty());
     if (sendsBody) {
         // An empty "Content-Type:" removes the form type libcurl would add itself;
         // an empty "Expect:" saves the round trip of 100-continue on large bodies.
@@ -211,6 +243,75 @@ bool ClsHttp::perform(Request& req, LogBase& log) {
             return false;
         }
     }
+    return true;
+}
+
+CURLcode ClsHttp::configure(CURL* h, const Request& req, bool sendsBody,
+                            const CurlHeaderList& headers, Transfer& t, char* errbuf) const {
+    // Every option counts: a libcurl that lacks one (the protocol restriction
+    // above all) must fail the request, not send it without.
+    CurlOptions o(h);
+    o.set(CURLOPT_ERRORBUFFER, errbuf);
+    o.set(CURLOPT_URL, req.url);
+    o.set(CURLOPT_NOSIGNAL, 1L);
+    o.set(CURLOPT_PROTOCOLS_STR, "http,https");
+    o.set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+    o.set(CURLOPT_FOLLOWLOCATION, req.followRedirects ? 1L : 0L);
+    o.set(CURLOPT_MAXREDIRS, static_cast<long>(m_maxRedirects));
+    o.set(CURLOPT_POSTREDIR, static_cast<long>(CURL_REDIR_POST_301 | CURL_REDIR_POST_302));
+    o.set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(m_connectTimeoutMs));
+    o.set(CURLOPT_TIMEOUT_MS, static_cast<long>(m_timeoutMs));
+    o.set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(m_maxResponseSize));
+    o.set(CURLOPT_WRITEFUNCTION, onBody);
+    o.set(CURLOPT_WRITEDATA, &t);
+    o.set(CURLOPT_HEADERFUNCTION, onHeader);
+    o.set(CURLOPT_HEADERDATA, &t);
+    if (req.progress) {
+        o.set(CURLOPT_NOPROGRESS, 0L);
+        o.set(CURLOPT_XFERINFOFUNCTION, onProgress);
+        o.set(CURLOPT_XFERINFODATA, &t);
+    }
+    if (!m_userAgent.empty()) o.set(CURLOPT_USERAGENT, m_userAgent.c_str());
+    if (req.allowCompression) o.set(CURLOPT_ACCEPT_ENCODING, "");
+
+    if (strcmp(req.verb, "HEAD") == 0 && !sendsBody) {
+        o.set(CURLOPT_NOBODY, 1L);
+    } else if (sendsBody) {
+        o.set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(req.body->getSize()));
+        o.set(CURLOPT_POSTFIELDS, req.body->getData2());
+        if (strcmp(req.verb, "POST") != 0) o.set(CURLOPT_CUSTOMREQUEST, req.verb);
+    } else if (strcmp(req.verb, "GET") != 0) {
+        o.set(CURLOPT_CUSTOMREQUEST, req.verb);
+    }
+    if (headers.get()) o.set(CURLOPT_HTTPHEADER, headers.get());
+    return o.result();
+}
+
+void ClsHttp::reportFailure(CURLcode rc, const Transfer& t, const char* errbuf, long status,
+                            LogBase& log) const {
+    if (t.tooLarge) {
+        rc = CURLE_FILESIZE_EXCEEDED;
+    } else if (t.noMemory) {
+        log.logError("Out of memory while receiving the response.");
+        return;
+    }
+    log.logError(describeFailure(rc));
+    log.LogDataLong("curlCode", static_cast<long>(rc));
+    log.logData("curlError", errbuf[0] ? errbuf : curl_easy_strerror(rc));
+    if (rc == CURLE_FILESIZE_EXCEEDED) log.LogDataLong("maxResponseSize", m_maxResponseSize);
+    if (status) log.LogDataLong("statusCode", status);
+}
+
+bool ClsHttp::perform(Request& req, LogBase& log) {
+    req.result->clear();
+    log.logData("url", withoutUserInfo(req.url).c_str());
+    if (!checkRequest(req, log)) return false;
+
+    const bool sendsBody =
+        req.body &&
+        !((strcmp(req.verb, "GET") == 0 || strcmp(req.verb, "HEAD") == 0) && req.body->isEmpty());
+    CurlHeaderList headers;
+    if (!buildHeaders(req, sendsBody, headers, log)) return false;
 
     CURL* h = m_curl.acquireFresh();
     if (!h) {
@@ -227,74 +328,39 @@ bool ClsHttp::perform(Request& req, LogBase& log) {
 
     char errbuf[CURL_ERROR_SIZE];
     errbuf[0] = '\0';
-    curl_easy_setopt(h, CURLOPT_URL, req.url);
-    curl_easy_setopt(h, CURLOPT_ERRORBUFFER, errbuf);
-    curl_easy_setopt(h, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(h, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(h, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(h, CURLOPT_FOLLOWLOCATION, req.followRedirects ? 1L : 0L);
-    curl_easy_setopt(h, CURLOPT_MAXREDIRS, static_cast<long>(m_maxRedirects));
-    curl_easy_setopt(h, CURLOPT_POSTREDIR,
-                     static_cast<long>(CURL_REDIR_POST_301 | CURL_REDIR_POST_302));
-    curl_easy_setopt(h, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(m_connectTimeoutMs));
-    curl_easy_setopt(h, CURLOPT_TIMEOUT_MS, static_cast<long>(m_timeoutMs));
-    curl_easy_setopt(h, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(m_maxResponseSize));
-    curl_easy_setopt(h, CURLOPT_WRITEFUNCTION, onBody);
-    curl_easy_setopt(h, CURLOPT_WRITEDATA, &t);
-    curl_easy_setopt(h, CURLOPT_HEADERFUNCTION, onHeader);
-    curl_easy_setopt(h, CURLOPT_HEADERDATA, &t);
-    if (req.progress) {
-        curl_easy_setopt(h, CURLOPT_NOPROGRESS, 0L);
-        curl_easy_setopt(h, CURLOPT_XFERINFOFUNCTION, onProgress);
-        curl_easy_setopt(h, CURLOPT_XFERINFODATA, &t);
+    CURLcode rc = configure(h, req, sendsBody, headers, t, errbuf);
+    if (rc != CURLE_OK) {
+        curl_easy_reset(h);
+        log.logError("Failed to configure the HTTP request.");
+        log.LogDataLong("curlCode", static_cast<long>(rc));
+        log.logData("curlError", curl_easy_strerror(rc));
+        return false;
     }
-    if (!m_userAgent.empty()) curl_easy_setopt(h, CURLOPT_USERAGENT, m_userAgent.c_str());
-    if (req.allowCompression) curl_easy_setopt(h, CURLOPT_ACCEPT_ENCODING, "");
-
-    if (strcmp(req.verb, "HEAD") == 0 && !sendsBody) {
-        curl_easy_setopt(h, CURLOPT_NOBODY, 1L);
-    } else if (sendsBody) {
-        curl_easy_setopt(h, CURLOPT_POSTFIELDSIZE_LARGE,
-                         static_cast<curl_off_t>(req.body->getSize()));
-        curl_easy_setopt(h, CURLOPT_POSTFIELDS, req.body->getData2());
-        if (strcmp(req.verb, "POST") != 0) curl_easy_setopt(h, CURLOPT_CUSTOMREQUEST, req.verb);
-    } else if (strcmp(req.verb, "GET") != 0) {
-        curl_easy_setopt(h, CURLOPT_CUSTOMREQUEST, req.verb);
-    }
-    if (headers.get()) curl_easy_setopt(h, CURLOPT_HTTPHEADER, headers.get());
-
-    CURLcode rc = curl_easy_perform(h);
+    rc = curl_easy_perform(h);
 
     long status = 0;
-    char* finalUrl = nullptr;
+    char* effectiveUrl = nullptr;
     curl_easy_getinfo(h, CURLINFO_RESPONSE_CODE, &status);
-    curl_easy_getinfo(h, CURLINFO_EFFECTIVE_URL, &finalUrl);
+    curl_easy_getinfo(h, CURLINFO_EFFECTIVE_URL, &effectiveUrl);
     req.result->setStatusCode(static_cast<int>(status));
-    req.result->setFinalUrl(finalUrl);
+    req.result->setFinalUrl(effectiveUrl);
+    // The effective URL belongs to the handle, which the reset below frees:
+    // keep our own copy for the lines written afterwards.
+    const bool redirected = effectiveUrl && strcmp(effectiveUrl, req.url) != 0;
+    const std::string finalUrl = redirected ? withoutUserInfo(effectiveUrl) : std::string();
     // Nothing of this call (the error buffer on the stack, the header list, the
     // callbacks' state) may stay referenced by the handle after it returns.
     curl_easy_reset(h);
 
     if (rc != CURLE_OK) {
-        if (t.tooLarge) {
-            rc = CURLE_FILESIZE_EXCEEDED;
-        } else if (t.noMemory) {
-            log.logError("Out of memory while receiving the response.");
-            req.out->shorten(req.out->getSize() - t.startSize);
-            return false;
-        }
-        log.logError(describeFailure(rc));
-        log.LogDataLong("curlCode", static_cast<long>(rc));
-        log.logData("curlError", errbuf[0] ? errbuf : curl_easy_strerror(rc));
-        if (rc == CURLE_FILESIZE_EXCEEDED) log.LogDataLong("maxResponseSize", m_maxResponseSize);
-        if (status) log.LogDataLong("statusCode", status);
+        reportFailure(rc, t, errbuf, status, log);
         req.out->shorten(req.out->getSize() - t.startSize);
         return false;
     }
 
     log.LogDataLong("statusCode", status);
     if (log.verboseLogging) {
-        if (finalUrl && strcmp(finalUrl, req.url) != 0) log.logData("finalUrl", finalUrl);
+        if (redirected) log.logData("finalUrl", finalUrl.c_str());
         log.LogDataLong("responseSize", static_cast<long>(req.out->getSize() - t.startSize));
     }
     if (req.progress && t.lastPercent < 100) req.progress->onPercentDone(100);

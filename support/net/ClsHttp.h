@@ -25,9 +25,9 @@ class XString;
 // system's CA store.
 //
 // Logging: every request opens a context in the log it is given and writes
-// failures there with one error line, plus the values "url" and, for transport
-// failures, "curlCode" and "curlError". Callers that do not want HTTP detail in
-// their log pass a LogNull.
+// failures there with one error line, plus the values "url" (without any
+// "user:password@" part) and, for transport failures, "curlCode" and
+// "curlError". Callers that do not want HTTP detail in their log pass a LogNull.
 class ClsHttp : public RefCountedObject {
   public:
     // m_magic holds this while the object is alive; the destructor clears it.
@@ -102,9 +102,22 @@ class ClsHttp : public RefCountedObject {
     // offending member, when a member is missing or holds a bad value.
     bool createOcspRequest(ClsJsonObject& desc, DataBuffer& out, LogBase& log);
 
+    // What the libcurl callbacks of one request see (defined in the .cpp).
+    struct Transfer;
+
   private:
     struct Request;
+    // One request: checkRequest refuses what must not be sent, buildHeaders
+    // makes the header list, configure sets the handle's options (the first
+    // failing option's code), reportFailure writes why a transfer failed.
     bool perform(Request& req, LogBase& log);
+    bool checkRequest(const Request& req, LogBase& log) const;
+    static bool buildHeaders(const Request& req, bool sendsBody, CurlHeaderList& headers,
+                             LogBase& log);
+    CURLcode configure(CURL* h, const Request& req, bool sendsBody, const CurlHeaderList& headers,
+                       Transfer& t, char* errbuf) const;
+    void reportFailure(CURLcode rc, const Transfer& t, const char* errbuf, long status,
+                       LogBase& log) const;
 
     CurlHandle m_curl;
     unsigned m_connectTimeoutMs = kDefaultConnectTimeoutMs;

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <string_view>
 
 #include "cert/CertCore.h"
 #include "support/asn1/DerReader.h"
@@ -62,10 +63,11 @@ bool nextBlock(const char* p, Block* b) {
 
 // Body bytes of a block; traditional encrypted keys carry RFC 1421 headers
 // ("Proc-Type:", "DEK-Info:") before a blank line.
+// Looked at where it lies: a copy of a key's body would leave it in freed memory.
 bool hasHeaders(const Block& b) {
-    std::string body(b.body, static_cast<size_t>(b.bodyEnd - b.body));
-    return body.find("Proc-Type:") != std::string::npos ||
-           body.find("DEK-Info:") != std::string::npos;
+    std::string_view body(b.body, static_cast<size_t>(b.bodyEnd - b.body));
+    return body.find("Proc-Type:") != std::string_view::npos ||
+           body.find("DEK-Info:") != std::string_view::npos;
 }
 
 }  // namespace

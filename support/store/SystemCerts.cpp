@@ -38,23 +38,28 @@ bool SystemCerts::addCertificate(CertCore* cert, LogBase& log) {
 
 CertCore* SystemCerts::sysCertsFindIssuer(CertCore& cert, bool mustVerify, LogBase& log) {
     if (!cert.isValidObject()) return nullptr;
-    CritSecExitor certLock(&cert);
-    OrvaneX509* x = cert.getX509();
-    if (!x) return nullptr;
+    // Never hold cert's lock while taking a candidate's: with two CAs that
+    // certify each other, two searches would each hold one and wait for the
+    // other. So the search works on its own parse of cert's DER, copied under
+    // cert's lock.
+    DataBuffer der;
+    if (!cert.getDEREncodedCert(der)) return nullptr;
+    LogNull quiet(log);
+    OrvaneX509 x;
+    if (!x.loadX509DerAlt(der.getData2(), der.getSize(), nullptr, quiet)) return nullptr;
     DerInput aki;
-    bool hasAki = x->authorityKeyId(&aki);
+    bool hasAki = x.authorityKeyId(&aki);
 
     std::vector<CertCore*> candidates;
     {
         CritSecExitor lock(this);
-        auto it = m_bySubject.find(key(x->issuerDer()));
+        auto it = m_bySubject.find(key(x.issuerDer()));
         if (it == m_bySubject.end()) return nullptr;
         for (size_t idx : it->second) candidates.push_back(m_certs[idx]);
     }
     // Verification is the costly step: try the key-id matches first.
     CertCore* keyIdMatch = nullptr;
     CertCore* verified = nullptr;
-    LogNull quiet(log);
     for (int pass = 0; pass < 2 && !verified; ++pass) {
         for (CertCore* c : candidates) {
             CritSecExitor candLock(c);
@@ -64,7 +69,7 @@ CertCore* SystemCerts::sysCertsFindIssuer(CertCore& cert, bool mustVerify, LogBa
             bool idMatch = hasAki && cx->subjectKeyId(&ski) && ski.equals(aki);
             if (idMatch && !keyIdMatch) keyIdMatch = c;
             if ((pass == 0) != idMatch) continue;
-            if (x->verifyCertSignature(cx, quiet)) {
+            if (x.verifyCertSignature(cx, quiet)) {
                 verified = c;
                 break;
             }

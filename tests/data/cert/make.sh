@@ -69,3 +69,20 @@ rm -f ext.cnf
 # certificate; after making the certificates again, rewrite them with
 #   OV_UPDATE_GOLDEN=1 build/ov_cert_tests --gtest_filter='CertDescribeJson.*'
 # and check the serials and dates against `openssl x509 -serial -dates`.
+
+# Two CAs that certify each other (each issued by the other), for issuer
+# searches that could run into each other. The self-signed forms only sign.
+cross() {  # cross NAME ISSUER
+  openssl req -new -key "cross-$1.key" -subj "/O=Orvane Test/CN=Cross $1" -out "cross-$1.csr"
+  openssl x509 -req -in "cross-$1.csr" -CA "cross-$2-self.pem" -CAkey "cross-$2.key" \
+    -set_serial "0x$(openssl rand -hex 8)" -days $days -outform DER -out "cross-$1.der" 2>/dev/null
+  rm -f "cross-$1.csr"
+}
+for n in a b; do
+  openssl genpkey -algorithm ec -pkeyopt ec_paramgen_curve:P-256 -out "cross-$n.key"
+  openssl req -x509 -key "cross-$n.key" -subj "/O=Orvane Test/CN=Cross $n" -days $days \
+    -out "cross-$n-self.pem" 2>/dev/null
+done
+cross a b
+cross b a
+rm -f cross-*.key cross-*-self.pem

@@ -1,7 +1,12 @@
 #include "support/base/DataBuffer.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <chrono>
+#include <future>
 #include <string>
 #include <vector>
 
@@ -123,6 +128,70 @@ TEST(DataBuffer, FilesRoundTripAndReportFailures) {
     EXPECT_TRUE(log.hasError("Failed to open file for reading."));
     EXPECT_FALSE(out.saveToFileUtf8((dir.path() + "/no/such/dir/f").c_str(), &log));
     EXPECT_FALSE(missing.loadFileUtf8(dir.path().c_str(), nullptr));  // a directory
+}
+
+// Only regular files are read, and none larger than the maximum: a FIFO nobody
+// writes to must not block the caller, a device must not fill memory. Each
+// refusal says why.
+TEST(DataBuffer, LoadsOnlyRegularFilesUpToTheMaximum) {
+    ovtest::TempDir dir;
+    const std::string fifo = dir.file("fifo"), big = dir.file("big");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    {  // sparse: takes no disk space, and is refused by its size before any read
+        int fd = open(big.c_str(), O_CREAT | O_WRONLY, 0600);
+        ASSERT_GE(fd, 0);
+        EXPECT_EQ(ftruncate(fd, static_cast<off_t>(DataBuffer::kMaxLoadSize) + 1), 0);
+        close(fd);
+    }
+    const char* notRegular = "Not a regular file: only regular files are read.";
+    struct Case {
+        std::string path;
+        const char* error;
+    } cases[] = {
+        {fifo, notRegular},
+        {"/dev/null", notRegular},
+        {"/dev/zero", notRegular},
+        {dir.path(), notRegular},
+        {big, "The file is larger than the most that is read."},
+    };
+    for (const Case& c : cases) {
+        DataBuffer db;
+        db.append("old", 3);
+        LogTree log;
+        auto load =
+            std::async(std::launch::async, [&] { return db.loadFileUtf8(c.path.c_str(), &log); });
+        if (load.wait_for(std::chrono::seconds(10)) != std::future_status::ready) {
+            ADD_FAILURE() << c.path << ": the read blocked";
+            int fd = open(c.path.c_str(), O_WRONLY | O_NONBLOCK);  // lets it end at EOF
+            if (fd >= 0) close(fd);
+            load.wait();
+            continue;
+        }
+        EXPECT_FALSE(load.get()) << c.path;
+        EXPECT_EQ(ovtest::errors(log), c.error) << c.path;
+        EXPECT_TRUE(db.isEmpty()) << c.path;
+    }
+}
+
+// A file is read into a buffer of exactly its size (not the next power of two)
+// with a zero byte after the contents, and a secure buffer stays secure.
+TEST(DataBuffer, LoadsAFileIntoExactlyItsSize) {
+    ovtest::TempDir dir;
+    std::string content(100003, '\0');
+    for (size_t i = 0; i < content.size(); ++i) content[i] = static_cast<char>(i * 31);
+    ASSERT_TRUE(ovtest::writeFile(dir.file("f"), content));
+    ASSERT_TRUE(ovtest::writeFile(dir.file("empty"), ""));
+    DataBuffer db;
+    db.setSecure(true);
+    LogTree log;
+    ASSERT_TRUE(db.loadFileUtf8(dir.file("f").c_str(), &log));
+    EXPECT_EQ(ovtest::bytes(db), content);
+    EXPECT_EQ(db.heapUsage(), content.size() + 1);
+    EXPECT_EQ(db.getData2()[db.getSize()], 0);
+    EXPECT_TRUE(db.isSecure());
+    EXPECT_TRUE(db.loadFileUtf8(dir.file("empty").c_str(), &log));
+    EXPECT_TRUE(db.isEmpty());
+    EXPECT_FALSE(log.hasErrors());
 }
 
 }  // namespace

@@ -46,10 +46,24 @@ int Pkcs11KeyFinder::keyTypeForCkk(CK_KEY_TYPE ckk) {
     }
 }
 
+int Pkcs11KeyFinder::keyTypeFor(CK_KEY_TYPE ckk, const DerInput* edParams) {
+    const int type = keyTypeForCkk(ckk);
+    if (type == CertPublicKeyParts::kEdDsa && edParams &&
+        !CertPublicKeyParts::isEd25519Params(*edParams))
+        return CertPublicKeyParts::kUnknown;
+    return type;
+}
+
 int Pkcs11KeyFinder::keyTypeOf(CK_OBJECT_HANDLE key) {
     CK_ULONG ckk = 0;
     if (!m_session.getUlongAttribute(key, CKA_KEY_TYPE, ckk)) return CertPublicKeyParts::kUnknown;
-    return keyTypeForCkk(ckk);
+    DataBuffer params;
+    // A token that keeps no curve on the key is taken at its word: Ed25519.
+    if (ckk == CKK_EC_EDWARDS && m_session.getAttribute(key, CKA_EC_PARAMS, params)) {
+        const DerInput curve = viewOf(params);
+        return keyTypeFor(ckk, &curve);
+    }
+    return keyTypeFor(ckk, nullptr);
 }
 
 bool Pkcs11KeyFinder::findPrivateKeys(CK_ATTRIBUTE* extra, CK_ULONG extraCount,

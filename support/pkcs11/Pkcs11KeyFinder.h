@@ -35,6 +35,10 @@ class Pkcs11KeyFinder {
     // The CKK_ value searched for a key type code; false for codes without one.
     static bool ckkForKeyType(int keyType, CK_KEY_TYPE& ckk);
     static int keyTypeForCkk(CK_KEY_TYPE ckk);
+    // keyTypeForCkk, except that an Edwards key (CKK_EC_EDWARDS also covers
+    // Ed448, which has no code) is 5 only when its CKA_EC_PARAMS, if the token
+    // gave them (edParams not null), name Ed25519.
+    static int keyTypeFor(CK_KEY_TYPE ckk, const DerInput* edParams);
 
   private:
     // Replaces out with the private keys that have the extra attributes.

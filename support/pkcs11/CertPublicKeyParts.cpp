@@ -175,13 +175,11 @@ bool CertPublicKeyParts::matchesEcPoint(DerInput tokenPoint) const {
     return p.read(der::kOctetString, &wrapped) && !p.hasMore() && wrapped.equals(m_ecPoint);
 }
 
-bool CertPublicKeyParts::isEd25519Params(DerInput tokenParams) {
-    return tokenParams.equals(kEd25519ParamsOid, sizeof kEd25519ParamsOid) ||
-           tokenParams.equals(kEd25519ParamsName, sizeof kEd25519ParamsName);
-}
-
 bool CertPublicKeyParts::matchesEcParams(DerInput tokenParams) const {
-    if (m_keyType == kEdDsa) return isEd25519Params(tokenParams);
+    if (m_keyType == kEdDsa) {
+        return tokenParams.equals(kEd25519ParamsOid, sizeof kEd25519ParamsOid) ||
+               tokenParams.equals(kEd25519ParamsName, sizeof kEd25519ParamsName);
+    }
     if (m_keyType != kEcdsa) return false;
     // A certificate without a named curve has nothing to compare; the point decides.
     return m_ecParams.empty() || tokenParams.equals(m_ecParams);

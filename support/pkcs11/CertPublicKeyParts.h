@@ -43,8 +43,6 @@ class CertPublicKeyParts : public KeyTypeCode {
     // Ed25519 (whose certificate names no curve), the id-Ed25519 OID or the
     // PrintableString "edwards25519" that PKCS#11 3.0 tokens write.
     bool matchesEcParams(DerInput tokenParams) const;
-    // Whether CKA_EC_PARAMS of an Edwards key names Ed25519 (either form above).
-    static bool isEd25519Params(DerInput tokenParams);
     // CKA_VALUE of a DSA public key (y).
     bool matchesDsaPublicValue(DerInput tokenValue) const;
 

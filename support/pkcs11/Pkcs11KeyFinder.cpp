@@ -10,6 +10,10 @@ DerInput viewOf(const DataBuffer& db) {
     return DerInput(db.getData2(), db.getSize());
 }
 
+// CKA_EC_PARAMS forms that name Ed448: its OID, or the PKCS#11 3.0 curve name.
+const unsigned char kEd448Oid[] = {0x06, 0x03, 0x2b, 0x65, 0x71};  // 1.3.101.113 id-Ed448
+const unsigned char kEd448Name[] = {0x13, 0x0a, 'e', 'd', 'w', 'a', 'r', 'd', 's', '4', '4', '8'};
+
 }  // namespace
 
 bool Pkcs11KeyFinder::ckkForKeyType(int keyType, CK_KEY_TYPE& ckk) {
@@ -49,7 +53,8 @@ int Pkcs11KeyFinder::keyTypeForCkk(CK_KEY_TYPE ckk) {
 int Pkcs11KeyFinder::keyTypeFor(CK_KEY_TYPE ckk, const DerInput* edParams) {
     const int type = keyTypeForCkk(ckk);
     if (type == CertPublicKeyParts::kEdDsa && edParams &&
-        !CertPublicKeyParts::isEd25519Params(*edParams))
+        (edParams->equals(kEd448Oid, sizeof kEd448Oid) ||
+         edParams->equals(kEd448Name, sizeof kEd448Name)))
         return CertPublicKeyParts::kUnknown;
     return type;
 }
@@ -58,7 +63,6 @@ int Pkcs11KeyFinder::keyTypeOf(CK_OBJECT_HANDLE key) {
     CK_ULONG ckk = 0;
     if (!m_session.getUlongAttribute(key, CKA_KEY_TYPE, ckk)) return CertPublicKeyParts::kUnknown;
     DataBuffer params;
-    // A token that keeps no curve on the key is taken at its word: Ed25519.
     if (ckk == CKK_EC_EDWARDS && m_session.getAttribute(key, CKA_EC_PARAMS, params)) {
         const DerInput curve = viewOf(params);
         return keyTypeFor(ckk, &curve);

@@ -35,9 +35,10 @@ class Pkcs11KeyFinder {
     // The CKK_ value searched for a key type code; false for codes without one.
     static bool ckkForKeyType(int keyType, CK_KEY_TYPE& ckk);
     static int keyTypeForCkk(CK_KEY_TYPE ckk);
-    // keyTypeForCkk, except that an Edwards key (CKK_EC_EDWARDS also covers
-    // Ed448, which has no code) is 5 only when its CKA_EC_PARAMS, if the token
-    // gave them (edParams not null), name Ed25519.
+    // keyTypeForCkk, except that an Edwards key whose CKA_EC_PARAMS (edParams,
+    // null when the token gave none) name Ed448 is 0: CKK_EC_EDWARDS covers both
+    // curves, but only Ed25519 has a code. Any other curve naming (tokens use
+    // several for Ed25519) keeps 5.
     static int keyTypeFor(CK_KEY_TYPE ckk, const DerInput* edParams);
 
   private:

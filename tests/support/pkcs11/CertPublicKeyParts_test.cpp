@@ -120,22 +120,29 @@ TEST(CertPublicKeyParts, TokenValuesAreComparedInEveryEncodingTokensUse) {
     }
 }
 
-// The code a token's key is linked with: an Edwards key is Ed25519 (5) only when
-// its curve says so or the token names none; Ed448 has no code of its own.
+// The code a token's key is linked with: an Edwards key is Ed25519 (5) unless its
+// curve is Ed448, which has no code of its own.
 TEST(CertPublicKeyParts, TokenKeyTypeCodes) {
     const Bytes ed25519 = {0x06, 0x03, 0x2b, 0x65, 0x70}, ed448 = {0x06, 0x03, 0x2b, 0x65, 0x71},
+                ed25519Gnu = {0x06, 0x09, 0x2b, 0x06, 0x01, 0x04, 0x01, 0xda, 0x47, 0x0f, 0x01},
                 ed448Name = cat({0x13, 0x0a}, {'e', 'd', 'w', 'a', 'r', 'd', 's', '4', '4', '8'});
     struct Case {
         CK_KEY_TYPE ckk;
         const Bytes* params;
         int want;
     } const cases[] = {
-        {CKK_RSA, nullptr, 1},           {CKK_DSA, nullptr, 2},         {CKK_EC, nullptr, 3},
-        {CKK_EC_EDWARDS, nullptr, 5},    {CKK_EC_EDWARDS, &ed25519, 5}, {CKK_EC_EDWARDS, &ed448, 0},
-        {CKK_EC_EDWARDS, &ed448Name, 0}, {CKK_AES, nullptr, 0},
+        {CKK_RSA, nullptr, 1},
+        {CKK_DSA, nullptr, 2},
+        {CKK_EC, nullptr, 3},
+        {CKK_EC_EDWARDS, nullptr, 5},
+        {CKK_EC_EDWARDS, &ed25519, 5},
+        {CKK_EC_EDWARDS, &ed448, 0},
+        {CKK_EC_EDWARDS, &ed448Name, 0},
+        {CKK_EC_EDWARDS, &ed25519Gnu, 5},
+        {CKK_AES, nullptr, 0},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.want);
+        SCOPED_TRACE(&c - cases);
         const DerInput params = c.params ? view(*c.params) : DerInput();
         EXPECT_EQ(Pkcs11KeyFinder::keyTypeFor(c.ckk, c.params ? &params : nullptr), c.want);
     }

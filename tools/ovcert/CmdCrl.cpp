@@ -9,7 +9,6 @@
 
 #include "cert/CertCore.h"
 #include "revocation/OvCrl.h"
-#include "revocation/RevocationReason.h"
 #include "revocation/TbsCertList.h"
 #include "support/base/ContentCoding.h"
 #include "support/base/DataBuffer.h"
@@ -17,6 +16,7 @@
 #include "support/base/ProgressEvent.h"
 #include "support/net/ClsHttp.h"
 #include "support/x509/X509Name.h"
+#include "tools/ovcert/OcspReport.h"
 #include "tools/ovcert/Shared.h"
 
 namespace {
@@ -130,9 +130,8 @@ bool fetch(const Options& o, DataBuffer& der, LogBase& log) {
         pemToDer(der);
         return true;
     }
-    ClsHttp* http = ClsHttp::createNewCls();
+    RefPtr<ClsHttp> http = RefPtr<ClsHttp>::retain(ClsHttp::createNewCls());
     if (!http) return false;
-    http->incRefCount();
     bool ok;
     if (isatty(STDERR_FILENO)) {
         TtyProgress bar;
@@ -142,7 +141,6 @@ bool fetch(const Options& o, DataBuffer& der, LogBase& log) {
         ok = _ovCrl::downloadCrlDer(o.source.c_str(), o.cache.empty() ? nullptr : o.cache.c_str(),
                                     *http, der, nullptr, log);
     }
-    http->decRefCount();
     return ok;
 }
 
@@ -150,12 +148,6 @@ json timeOrNull(bool present, const DerElement& t) {
     StringBuffer sb;
     if (!present || !crlgrammar::timeToRfc3339(t, sb)) return nullptr;
     return sb.getString();
-}
-
-json reasonOrNull(int code) {
-    const char* name = code < 0 ? nullptr : revocation::reasonName(code);
-    if (!name) return nullptr;
-    return name;
 }
 
 // Upper-case hex of the INTEGER's octets as encoded, as `inspect` shows serials.
@@ -179,12 +171,11 @@ bool parseSerial(const std::string& text, DataBuffer& out) {
 // "valid", "invalid", or "unchecked" without an issuer.
 std::string signatureCheck(const Options& o, const crlgrammar::CertificateList& cl, LogBase& log) {
     if (o.issuer.empty()) return "unchecked";
-    CertCore* cert = CertCore::createFromFile2(o.issuer.c_str(), nullptr, log);
+    RefPtr<CertCore> cert =
+        RefPtr<CertCore>::retain(CertCore::createFromFile2(o.issuer.c_str(), nullptr, log));
     if (!cert) return "unchecked";
-    cert->incRefCount();
     const OrvaneX509* x = cert->getX509();
     bool valid = x && crlgrammar::verifySignature(cl, *x, log);
-    cert->decRefCount();
     return valid ? "valid" : "invalid";
 }
 

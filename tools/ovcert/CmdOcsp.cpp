@@ -124,13 +124,12 @@ int run(int argc, char** argv) {
     if (cert->isNonRespondingOcspUrl(url, log))
         fprintf(stderr, "ovcert ocsp: warning: %s is known not to answer\n", url.getString());
 
-    ClsHttp* http = ClsHttp::createNewCls();
+    RefPtr<ClsHttp> http = RefPtr<ClsHttp>::retain(ClsHttp::createNewCls());
     if (!http) return fail("out of memory", log);
-    http->incRefCount();
     DataBuffer der;
     revocation::OcspAsked asked;
     bool posted = cert->doOcspCheck(*http, url.getString(), in.store(), der, asked, log, nullptr);
-    http->decRefCount();
+    http.reset();
     if (!posted)
         return fail(std::string("the OCSP request to ") + url.getString() + " failed", log);
     std::string status;

@@ -10,11 +10,11 @@
 #include "cert/CertCore.h"
 #include "revocation/OcspResponse.h"
 #include "revocation/OvCrl.h"
-#include "revocation/RevocationReason.h"
 #include "revocation/TbsCertList.h"
 #include "support/net/ClsHttp.h"
 #include "support/store/SystemCerts.h"
 #include "support/time/OrvaneSysTime.h"
+#include "tools/ovcert/OcspReport.h"
 #include "tools/ovcert/RevocationInput.h"
 #include "tools/ovcert/Shared.h"
 
@@ -183,21 +183,13 @@ bool unixTime(const std::string& t, int64_t& out) {
     return true;
 }
 
-ordered_json textOrNull(const std::string& s) {
-    return s.empty() ? ordered_json(nullptr) : ordered_json(s);
-}
-
 ordered_json toJson(const Answer& a) {
     static const char* const kNames[] = {"good", "error", "revoked", "undetermined"};
     ordered_json j;
     j["certStatus"] = kNames[a.status];
     j["source"] = textOrNull(a.source);
     j["url"] = textOrNull(a.url);
-    j["revocationTime"] = textOrNull(a.revocationTime);
-    const char* reason = a.reason >= 0 ? revocation::reasonName(a.reason) : nullptr;
-    j["reason"] = reason ? ordered_json(reason) : ordered_json(nullptr);
-    j["thisUpdate"] = textOrNull(a.thisUpdate);
-    j["nextUpdate"] = textOrNull(a.nextUpdate);
+    addRevocationMembers(j, a.revocationTime, a.reason, a.thisUpdate, a.nextUpdate);
     OrvaneSysTime now;
     now.setCurrentTime();
     int64_t t = 0;
@@ -260,9 +252,8 @@ int run(int argc, char** argv) {
     std::string why;
     if (!o.issuer.empty() && !in.loadIssuer(o.issuer, why)) return fail(why, log);
     if (!in.loadCert(o.files[0], why)) return fail(why, log);
-    ClsHttp* http = ClsHttp::createNewCls();
+    RefPtr<ClsHttp> http = RefPtr<ClsHttp>::retain(ClsHttp::createNewCls());
     if (!http) return fail("out of memory", log);
-    http->incRefCount();
     // A status check should not hang for minutes on a dead server.
     http->put_ConnectTimeoutMs(10000);
     http->put_TimeoutMs(60000);
@@ -271,7 +262,7 @@ int run(int argc, char** argv) {
     Answer a;
     if (!askOcsp(*in.cert(), issuer, in.store(), *http, a, log))
         askCrl(*in.cert(), issuer, o.cache, *http, a, log);
-    http->decRefCount();
+    http.reset();
 
     ordered_json j = toJson(a);
     if (o.json)

@@ -134,19 +134,15 @@ LoadedInput::LoadedInput(std::string name, bool verbose) : m_name(std::move(name
     m_log.verboseLogging = verbose ? 1 : 0;
 }
 
-LoadedInput::~LoadedInput() {
-    if (m_cert) m_cert->decRefCount();
-    if (m_store) m_store->decRefCount();
-}
+LoadedInput::~LoadedInput() = default;
 
 bool LoadedInput::load(bool withStore) {
     if (withStore) {
-        m_store = new (std::nothrow) SystemCerts();
+        m_store = RefPtr<SystemCerts>::retain(new (std::nothrow) SystemCerts());
         if (!m_store) {
             m_failure = "out of memory";
             return false;
         }
-        m_store->incRefCount();
     }
     // The input may hold a private key's PEM text.
     DataBuffer data;
@@ -164,24 +160,24 @@ bool LoadedInput::load(bool withStore) {
             m_log.logError(m_failure.c_str());
             return false;
         }
-        m_cert = CertCore::createFromBinary2(reinterpret_cast<const char*>(data.getData2()),
-                                             data.getSize(), m_store, m_log);
+        m_cert = RefPtr<CertCore>::retain(CertCore::createFromBinary2(
+            reinterpret_cast<const char*>(data.getData2()), data.getSize(), m_store.get(), m_log));
     } else {
-        m_cert = CertCore::createFromFile2(m_name.c_str(), m_store, m_log);
+        m_cert = RefPtr<CertCore>::retain(
+            CertCore::createFromFile2(m_name.c_str(), m_store.get(), m_log));
         if (!m_cert && !readInput(m_name, data, m_failure)) return false;
     }
     if (!m_cert) {
         m_failure = explainLoadFailure(data, m_log);
         return false;
     }
-    m_cert->incRefCount();
     return true;
 }
 
 std::vector<CertCore*> LoadedInput::all() const {
     std::vector<CertCore*> out;
     if (!m_cert) return out;
-    out.push_back(m_cert);
+    out.push_back(m_cert.get());
     if (m_store)
         for (int i = 0; i < m_store->numCerts(); ++i) out.push_back(m_store->certAt(i));
     return out;

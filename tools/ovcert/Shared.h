@@ -9,6 +9,7 @@
 
 #include "support/base/DataBuffer.h"
 #include "support/base/LogBase.h"
+#include "support/base/RefPtr.h"
 #include "tools/ovcert/Command.h"
 
 class CertCore;
@@ -69,7 +70,7 @@ class LoadedInput {
     LogTree& log() { return m_log; }
     // The certificate the component chose (the one carrying the private key in
     // a bundle with a key), or null before a successful load.
-    CertCore* chosen() const { return m_cert; }
+    CertCore* chosen() const { return m_cert.get(); }
     // The chosen certificate first, then the rest of the bundle in store order.
     std::vector<CertCore*> all() const;
 
@@ -77,6 +78,6 @@ class LoadedInput {
     std::string m_name;
     LogTree m_log;
     std::string m_failure;
-    SystemCerts* m_store = nullptr;
-    CertCore* m_cert = nullptr;
+    RefPtr<SystemCerts> m_store;
+    RefPtr<CertCore> m_cert;
 };

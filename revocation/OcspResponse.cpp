@@ -42,6 +42,18 @@ bool readTime(DerParser& p, std::string& out, LogBase& log) {
     return p.read(der::kGeneralizedTime, &t) && timeText(t, out, log);
 }
 
+// Each Certificate of a [0] EXPLICIT SEQUENCE OF Certificate, whole.
+bool readCertList(DerInput wrapped, std::vector<DerInput>& out) {
+    DerParser list;
+    if (!readWrappedSequence(wrapped, &list)) return false;
+    while (list.hasMore()) {
+        DerElement cert;
+        if (!list.readElement(der::kSequence, &cert)) return false;
+        out.push_back(cert.whole);
+    }
+    return true;
+}
+
 }  // namespace
 
 const char* OcspResponse::statusName(int status) {
@@ -122,17 +134,8 @@ bool OcspResponse::readBasic(DerInput basic, LogBase& log) {
     bool hasCerts = false;
     if (!seq.readOptional(der::contextConstructed(0), &certs, &hasCerts) || seq.hasMore())
         return fail("The basic OCSP response is malformed.", log);
-    if (hasCerts) {
-        DerParser list;
-        if (!readWrappedSequence(certs, &list))
-            return fail("The certificates of the OCSP response are malformed.", log);
-        while (list.hasMore()) {
-            DerElement cert;
-            if (!list.readElement(der::kSequence, &cert))
-                return fail("The certificates of the OCSP response are malformed.", log);
-            m_certs.push_back(cert.whole);
-        }
-    }
+    if (hasCerts && !readCertList(certs, m_certs))
+        return fail("The certificates of the OCSP response are malformed.", log);
 
     //   ResponseData ::= SEQUENCE {
     //      version              [0] EXPLICIT Version DEFAULT v1,

@@ -23,30 +23,6 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-int run(int argc, char** argv);
-
-}  // namespace
-
-const Command kCrlCommand = {
-    "crl",
-    "what a CRL says, from a file or a URL (cached), and whether a serial is listed",
-    "usage: ovcert crl URL|FILE [--cache DIR] [--issuer FILE] [--serial HEX] [--list]\n"
-    "                           [--json] [--log]\n"
-    "\n"
-    "A URL (http or https) is downloaded, answered from the cache directory DIR\n"
-    "when it holds the URL's file, and stored there otherwise; FILE (- for\n"
-    "standard input) holds the CRL as DER or PEM. Prints the issuer, thisUpdate,\n"
-    "nextUpdate, CRL number, entry count and the signature check against the\n"
-    "issuer certificate in FILE (\"unchecked\" without --issuer); --serial HEX\n"
-    "says whether that serial is listed, with its date and reason; --list prints\n"
-    "every entry.\n",
-    run,
-};
-
-namespace {
-
-using json = nlohmann::ordered_json;
-
 struct Options {
     CommonOptions common;
     std::string source, cache, issuer, serial;
@@ -54,28 +30,16 @@ struct Options {
 };
 
 int parseOptions(int argc, char** argv, Options& o) {
-    for (int i = 1; i < argc; ++i) {
-        std::string a = argv[i];
-        if (takeCommonOption(a, o.common)) continue;
-        bool hasValue = i + 1 < argc;
-        if (a == "--cache" && hasValue) {
-            o.cache = argv[++i];
-        } else if (a == "--issuer" && hasValue) {
-            o.issuer = argv[++i];
-        } else if (a == "--serial" && hasValue) {
-            o.serial = argv[++i];
-        } else if (a == "--list") {
-            o.list = true;
-        } else if (a == "--json") {
-            o.json = true;
-        } else if (isOption(a)) {
-            return usageError(kCrlCommand, "unknown option " + a);
-        } else if (o.source.empty()) {
-            o.source = a;
-        } else {
-            return usageError(kCrlCommand, "give exactly one URL or FILE");
-        }
-    }
+    std::vector<std::string> sources;
+    int st = parseArgs(kCrlCommand, argc, argv, o.common,
+                       {{"--cache", &o.cache, nullptr},
+                        {"--issuer", &o.issuer, nullptr},
+                        {"--serial", &o.serial, nullptr},
+                        {"--list", nullptr, &o.list},
+                        {"--json", nullptr, &o.json}},
+                       sources, 1, "give exactly one URL or FILE");
+    if (st != kExitOk) return st;
+    if (!sources.empty()) o.source = sources[0];
     if (o.common.help) return kExitOk;
     if (o.source.empty()) return usageError(kCrlCommand, "give a URL or FILE");
     return kExitOk;
@@ -293,3 +257,19 @@ int run(int argc, char** argv) {
 }
 
 }  // namespace
+
+const Command kCrlCommand = {
+    "crl",
+    "what a CRL says, from a file or a URL (cached), and whether a serial is listed",
+    "usage: ovcert crl URL|FILE [--cache DIR] [--issuer FILE] [--serial HEX] [--list]\n"
+    "                           [--json] [--log]\n"
+    "\n"
+    "A URL (http or https) is downloaded, answered from the cache directory DIR\n"
+    "when it holds the URL's file, and stored there otherwise; FILE (- for\n"
+    "standard input) holds the CRL as DER or PEM. Prints the issuer, thisUpdate,\n"
+    "nextUpdate, CRL number, entry count and the signature check against the\n"
+    "issuer certificate in FILE (\"unchecked\" without --issuer); --serial HEX\n"
+    "says whether that serial is listed, with its date and reason; --list prints\n"
+    "every entry.\n",
+    run,
+};

@@ -22,36 +22,6 @@ using nlohmann::ordered_json;
 
 namespace {
 
-int run(int argc, char** argv);
-
-}  // namespace
-
-const Command kStatusCommand = {
-    "status",
-    "is a certificate revoked? (OCSP, then its CRL)",
-    "usage: ovcert status CERT [--issuer FILE] [--cache DIR] [--json] [--log] [--verbose]\n"
-    "\n"
-    "Is CERT revoked? Asks the OCSP responder the certificate names first; when it\n"
-    "names none, or the answer cannot be trusted or says \"unknown\", reads the\n"
-    "certificate's CRL (kept in DIR when given, and read from there next time).\n"
-    "The issuer comes from --issuer, the rest of CERT's file, or CERT itself when\n"
-    "self-issued; both answers must be signed by it. Prints the answer, which\n"
-    "source gave it and how fresh it is.\n"
-    "\n"
-    "  --issuer FILE  the issuer certificate\n"
-    "  --cache DIR    keep downloaded CRLs in DIR (never expired: delete to refresh)\n"
-    "  --json         one JSON object: certStatus, source, url, revocationTime,\n"
-    "                 reason, thisUpdate, nextUpdate, ageSeconds, stale, tried\n"
-    "  --log          the component's log tree on standard error\n"
-    "  --verbose      the component's verbose logging (with --log)\n"
-    "\n"
-    "Exit status of this command: 0 good, 2 revoked, 3 undetermined (no source\n"
-    "answered), 1 error, a wrong command line included.\n",
-    run,
-};
-
-namespace {
-
 enum { kGood = 0, kError = 1, kRevoked = 2, kUndetermined = 3 };
 
 struct StatusOptions {
@@ -64,20 +34,12 @@ struct StatusOptions {
 // A usage error exits with 1 ("error"), not the shared 2, which here means
 // revoked: a script must never read a typing mistake as a revocation.
 int parseOptions(int argc, char** argv, StatusOptions& o) {
-    for (int i = 1; i < argc; ++i) {
-        std::string a = argv[i];
-        if (takeCommonOption(a, o.common)) continue;
-        if ((a == "--issuer" || a == "--cache") && i + 1 < argc) {
-            (a == "--issuer" ? o.issuer : o.cache) = argv[++i];
-        } else if (a == "--json") {
-            o.json = true;
-        } else if (isOption(a) && a != "-") {
-            usageError(kStatusCommand, "unknown option " + a);
-            return kError;
-        } else {
-            o.files.push_back(a);
-        }
-    }
+    if (parseArgs(kStatusCommand, argc, argv, o.common,
+                  {{"--issuer", &o.issuer, nullptr},
+                   {"--cache", &o.cache, nullptr},
+                   {"--json", nullptr, &o.json}},
+                  o.files) != kExitOk)
+        return kError;
     if (!o.common.help && o.files.size() != 1) {
         usageError(kStatusCommand, "give exactly one CERT");
         return kError;
@@ -274,3 +236,27 @@ int run(int argc, char** argv) {
 }
 
 }  // namespace
+
+const Command kStatusCommand = {
+    "status",
+    "is a certificate revoked? (OCSP, then its CRL)",
+    "usage: ovcert status CERT [--issuer FILE] [--cache DIR] [--json] [--log] [--verbose]\n"
+    "\n"
+    "Is CERT revoked? Asks the OCSP responder the certificate names first; when it\n"
+    "names none, or the answer cannot be trusted or says \"unknown\", reads the\n"
+    "certificate's CRL (kept in DIR when given, and read from there next time).\n"
+    "The issuer comes from --issuer, the rest of CERT's file, or CERT itself when\n"
+    "self-issued; both answers must be signed by it. Prints the answer, which\n"
+    "source gave it and how fresh it is.\n"
+    "\n"
+    "  --issuer FILE  the issuer certificate\n"
+    "  --cache DIR    keep downloaded CRLs in DIR (never expired: delete to refresh)\n"
+    "  --json         one JSON object: certStatus, source, url, revocationTime,\n"
+    "                 reason, thisUpdate, nextUpdate, ageSeconds, stale, tried\n"
+    "  --log          the component's log tree on standard error\n"
+    "  --verbose      the component's verbose logging (with --log)\n"
+    "\n"
+    "Exit status of this command: 0 good, 2 revoked, 3 undetermined (no source\n"
+    "answered), 1 error, a wrong command line included.\n",
+    run,
+};

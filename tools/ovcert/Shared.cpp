@@ -33,6 +33,30 @@ bool isOption(const std::string& arg) {
     return arg.size() > 1 && arg[0] == '-';
 }
 
+int parseArgs(const Command& cmd, int argc, char** argv, CommonOptions& common,
+              std::initializer_list<OptionSpec> specs, std::vector<std::string>& operands,
+              size_t maxOperands, const char* tooMany) {
+    for (int i = 1; i < argc; ++i) {
+        std::string a = argv[i];
+        if (takeCommonOption(a, common)) continue;
+        const OptionSpec* spec = nullptr;
+        for (const OptionSpec& s : specs)
+            if (a == s.name && (!s.value || i + 1 < argc)) spec = &s;
+        if (spec && spec->value) {
+            *spec->value = argv[++i];
+        } else if (spec) {
+            *spec->flag = true;
+        } else if (isOption(a)) {
+            return usageError(cmd, "unknown option " + a);
+        } else if (maxOperands && operands.size() == maxOperands) {
+            return usageError(cmd, tooMany);
+        } else {
+            operands.push_back(a);
+        }
+    }
+    return kExitOk;
+}
+
 int usageError(const Command& cmd, const std::string& message) {
     fprintf(stderr, "ovcert %s: %s\nTry 'ovcert help %s' for its usage.\n", cmd.name,
             message.c_str(), cmd.name);

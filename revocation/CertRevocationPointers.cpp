@@ -2,15 +2,13 @@
 // Distribution Points and the OCSP responder of Authority Information Access,
 // both read from the extension's ASN.1 XML rendering.
 #include "cert/CertCore.h"
+#include "support/asn1/OidTable.h"
 #include "support/base/DataBuffer.h"
 #include "support/base/LogBase.h"
+#include "support/base/RefPtr.h"
 #include "support/xml/ClsXml.h"
 
 namespace {
-
-constexpr const char* kOidCrlDistPoints = "2.5.29.31";           // id-ce-cRLDistributionPoints
-constexpr const char* kOidAuthInfoAccess = "1.3.6.1.5.5.7.1.1";  // id-pe-authorityInfoAccess
-constexpr const char* kOidOcspMethod = "1.3.6.1.5.5.7.48.1";     // id-ad-ocsp
 
 // Responders that certificates still name but that no longer answer (their
 // operators shut OCSP down); asking them only costs the caller a timeout.
@@ -29,15 +27,6 @@ const char* const kNonRespondingOcsp[] = {
     "y-47gcjH ~g-rr#~5W@JF",
 };
 
-// The scoped owner of a ClsXml that createNewCls handed us with its one
-// reference.
-struct XmlOwner {
-    ClsXml* xml;
-    ~XmlOwner() {
-        if (xml) xml->decRefCount();
-    }
-};
-
 // Appends the bytes that the base64 text of a primitive element stands for.
 void appendDecoded(const StringBuffer& b64, StringBuffer& url) {
     DataBuffer bytes;
@@ -54,14 +43,13 @@ bool CertCore::getCrlDistPoint(StringBuffer& url, LogBase& log) {
     LogContextExitor ctx(log, "getCrlDistPoint");
 
     StringBuffer xml;
-    if (!getExtensionXml(kOidCrlDistPoints, xml, log)) {
+    if (!getExtensionXml(oids::kCrlDistributionPoints.dotted, xml, log)) {
         log.logInfo("No CRL Distribution Points extension.");
         return false;
     }
     if (log.verboseLogging) log.LogDataSb("extensionXml", xml);
 
-    XmlOwner owner{ClsXml::createNewCls()};
-    ClsXml* x = owner.xml;
+    RefPtr<ClsXml> x = RefPtr<ClsXml>::adopt(ClsXml::createNewCls());
     if (!x) return false;
     x->loadXml(xml, true, log);
 
@@ -103,12 +91,11 @@ bool CertCore::getOcspUrl(StringBuffer& url, LogBase& log) {
     url.clear();
 
     StringBuffer xml;
-    if (!getExtensionXml(kOidAuthInfoAccess, xml, log)) {
+    if (!getExtensionXml(oids::kAuthorityInfoAccess.dotted, xml, log)) {
         log.logInfo("No AuthorityAccessInfo (OCSP) extension.");
         return false;
     }
-    XmlOwner owner{ClsXml::createNewCls()};
-    ClsXml* x = owner.xml;
+    RefPtr<ClsXml> x = RefPtr<ClsXml>::adopt(ClsXml::createNewCls());
     if (!x) return false;
     x->loadXml(xml, true, log);
 
@@ -116,7 +103,7 @@ bool CertCore::getOcspUrl(StringBuffer& url, LogBase& log) {
     //                                    accessLocation GeneralName }
     XString tag, method;
     tag.appendUtf8("oid");
-    method.appendUtf8(kOidOcspMethod);
+    method.appendUtf8(oids::kAdOcsp.dotted);
     if (!x->SearchForContent2(nullptr, tag, method)) {
         log.logError("No OCSP OID.");
         log.logData("AuthorityAccessInfo", xml.getString());

@@ -1,30 +1,27 @@
 #include "revocation/OcspResponse.h"
 
 #include <cstring>
+#include <utility>
 
 #include "cert/CertCore.h"
+#include "support/asn1/OidTable.h"
 #include "support/base/LogBase.h"
+#include "support/base/RefPtr.h"
 #include "support/base/StringBuffer.h"
 #include "support/crypto/OvHash.h"
 #include "support/crypto/SigVerify.h"
 #include "support/time/OrvaneSysTime.h"
 #include "support/time/_ovDateParser.h"
+#include "support/x509/X509Ext.h"
 
 namespace revocation {
 
 namespace {
 
-constexpr const char* kOidBasic = "1.3.6.1.5.5.7.48.1.1";  // id-pkix-ocsp-basic
-constexpr const char* kOidNonce = "1.3.6.1.5.5.7.48.1.2";  // id-pkix-ocsp-nonce
-constexpr const char* kOidSha1 = "1.3.14.3.2.26";          // id-sha1
-// id-kp-OCSPSigning as the extension XML renders it: an element match, so that
-// a longer OID beginning with the same arcs does not pass.
-constexpr const char* kOcspSigningXml = "<oid>1.3.6.1.5.5.7.3.9</oid>";
-constexpr const char* kOidExtKeyUsage = "2.5.29.37";  // id-ce-extKeyUsage
-
-bool oidIs(DerInput oid, const char* dotted) {
-    char text[128];
-    return der::oidToText(oid, text, sizeof text) && strcmp(text, dotted) == 0;
+// The SEQUENCE an [n] EXPLICIT wrapper holds, as a cursor over its contents.
+bool readWrappedSequence(DerInput wrapped, DerParser* list) {
+    DerParser outer(wrapped);
+    return outer.readSequence(list) && !outer.hasMore();
 }
 
 // GeneralizedTime content as RFC 3339 text in UTC; false when malformed.
@@ -43,6 +40,18 @@ bool timeText(DerInput t, std::string& out, LogBase& log) {
 bool readTime(DerParser& p, std::string& out, LogBase& log) {
     DerInput t;
     return p.read(der::kGeneralizedTime, &t) && timeText(t, out, log);
+}
+
+// Each Certificate of a [0] EXPLICIT SEQUENCE OF Certificate, whole.
+bool readCertList(DerInput wrapped, std::vector<DerInput>& out) {
+    DerParser list;
+    if (!readWrappedSequence(wrapped, &list)) return false;
+    while (list.hasMore()) {
+        DerElement cert;
+        if (!list.readElement(der::kSequence, &cert)) return false;
+        out.push_back(cert.whole);
+    }
+    return true;
 }
 
 }  // namespace
@@ -101,7 +110,7 @@ bool OcspResponse::load(const unsigned char* p, size_t n, LogBase& log) {
     if (!hasBytes || !outer.readSequence(&bytes) || outer.hasMore() || !bytes.readOid(&type) ||
         !bytes.read(der::kOctetString, &basic) || bytes.hasMore())
         return fail("The successful OCSP response has no response bytes.", log);
-    if (!oidIs(type, kOidBasic))
+    if (!oids::kOcspBasic.is(type))
         return fail("The OCSP response is not a basic OCSP response.", log);
     return readBasic(basic, log);
 }
@@ -125,17 +134,8 @@ bool OcspResponse::readBasic(DerInput basic, LogBase& log) {
     bool hasCerts = false;
     if (!seq.readOptional(der::contextConstructed(0), &certs, &hasCerts) || seq.hasMore())
         return fail("The basic OCSP response is malformed.", log);
-    if (hasCerts) {
-        DerParser c(certs), list;
-        if (!c.readSequence(&list) || c.hasMore())
-            return fail("The certificates of the OCSP response are malformed.", log);
-        while (list.hasMore()) {
-            DerElement cert;
-            if (!list.readElement(der::kSequence, &cert))
-                return fail("The certificates of the OCSP response are malformed.", log);
-            m_certs.push_back(cert.whole);
-        }
-    }
+    if (hasCerts && !readCertList(certs, m_certs))
+        return fail("The certificates of the OCSP response are malformed.", log);
 
     //   ResponseData ::= SEQUENCE {
     //      version              [0] EXPLICIT Version DEFAULT v1,
@@ -174,20 +174,14 @@ bool OcspResponse::readBasic(DerInput basic, LogBase& log) {
         data.hasMore())
         return fail("The OCSP response data is malformed.", log);
     if (hasExtensions) {
-        //   Extension ::= SEQUENCE { extnID OID, critical BOOLEAN DEFAULT FALSE,
-        //                            extnValue OCTET STRING }
-        DerParser e(extensions), list;
-        if (!e.readSequence(&list) || e.hasMore())
+        DerParser list;
+        if (!readWrappedSequence(extensions, &list))
             return fail("The OCSP response extensions are malformed.", log);
         while (list.hasMore()) {
-            DerParser ext;
-            DerInput oid, value;
-            bool critical = false;
-            if (!list.readSequence(&ext) || !ext.readOid(&oid) ||
-                (ext.nextIs(der::kBoolean) && !ext.readBool(&critical)) ||
-                !ext.read(der::kOctetString, &value) || ext.hasMore())
+            X509Extension ext;
+            if (!X509ExtRead::extension(list, &ext))
                 return fail("The OCSP response extensions are malformed.", log);
-            if (oidIs(oid, kOidNonce)) m_nonce = value;
+            if (oids::kOcspNonce.is(ext.oid)) m_nonce = ext.value;
         }
     }
     m_hasBasic = true;
@@ -270,7 +264,7 @@ const OcspSingle* OcspResponse::find(const OcspAsked& asked) const {
     const DerInput key(asked.issuerKeyHash.getData2(), asked.issuerKeyHash.getSize());
     const DerInput serial(asked.serial.getData2(), asked.serial.getSize());
     for (const OcspSingle& s : m_singles)
-        if (oidIs(s.hashAlgOid, kOidSha1) && s.issuerNameHash.equals(name) &&
+        if (oids::kSha1.is(s.hashAlgOid) && s.issuerNameHash.equals(name) &&
             s.issuerKeyHash.equals(key) && s.serial.equals(serial))
             return &s;
     return nullptr;
@@ -299,32 +293,30 @@ OcspResponse::Signature OcspResponse::verify(CertCore* issuer, LogBase& log) con
     if (!issuer || !m_hasBasic) return Signature::Unchecked;
     LogContextExitor ctx(log, "verifyOcspResponse");
     CertCore* signer = nullptr;
-    CertCore* delegated = nullptr;  // one reference held while in use
+    RefPtr<CertCore> delegated;
     if (signerMatches(*issuer, log)) {
         signer = issuer;
     } else {
         // A delegated responder: RFC 6960 4.2.2.2 wants it issued by the CA
-        // itself and marked for OCSP signing.
+        // itself and marked for OCSP signing. id-kp-OCSPSigning is matched as a
+        // whole XML element, so that a longer OID with the same arcs fails.
+        const std::string ocspSigningXml =
+            std::string("<oid>") + oids::kKpOcspSigning.dotted + "</oid>";
         for (DerInput der : m_certs) {
-            CertCore* c = CertCore::createFromDer2(der.data(), static_cast<unsigned>(der.size()),
-                                                   nullptr, nullptr, log);
-            if (!c) continue;
-            c->incRefCount();
-            if (!signerMatches(*c, log)) {
-                c->decRefCount();
-                continue;
-            }
+            RefPtr<CertCore> c = RefPtr<CertCore>::retain(CertCore::createFromDer2(
+                der.data(), static_cast<unsigned>(der.size()), nullptr, nullptr, log));
+            if (!c || !signerMatches(*c, log)) continue;
             StringBuffer eku;
-            if (!c->getExtensionXml(kOidExtKeyUsage, eku, log) ||
-                !eku.containsSubstring(kOcspSigningXml)) {
+            if (!c->getExtensionXml(oids::kExtKeyUsage.dotted, eku, log) ||
+                !eku.containsSubstring(ocspSigningXml.c_str())) {
                 log.logError("The OCSP responder certificate is not marked for OCSP signing.");
             } else if (!c->verifyCertSignature(issuer, log)) {
                 log.logError("The OCSP responder certificate is not issued by the issuer.");
             } else {
-                delegated = signer = c;
+                signer = c.get();
+                delegated = std::move(c);
                 break;
             }
-            c->decRefCount();
         }
     }
     if (!signer) {
@@ -335,7 +327,6 @@ OcspResponse::Signature OcspResponse::verify(CertCore* issuer, LogBase& log) con
     bool ok = signer->getPublicKeyAsDER(spki, log) &&
               ovVerifySignature(DerInput(spki.getData2(), spki.getSize()), m_sigAlg, m_tbs,
                                 m_signature, log);
-    if (delegated) delegated->decRefCount();
     if (!ok) log.logError("The OCSP response signature is not valid.");
     return ok ? Signature::Valid : Signature::Invalid;
 }

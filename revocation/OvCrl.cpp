@@ -6,7 +6,9 @@
 #include "support/asn1/Asn1Node.h"
 #include "support/asn1/Asn1Xml.h"
 #include "support/asn1/MpMath.h"
+#include "support/asn1/OidTable.h"
 #include "support/base/LogBase.h"
+#include "support/base/RefPtr.h"
 #include "support/base/XString.h"
 #include "support/time/OrvaneSysTime.h"
 #include "support/time/_ovDateParser.h"
@@ -23,19 +25,28 @@ constexpr int kThisUpdatePart = 3;
 constexpr int kExtensionsPart = 6;
 constexpr unsigned kUtcTimeTag = 23;
 
-bool toXml(_ovAsn1* node, ClsXml& xml, StringBuffer& text, LogBase& log, int encodeErr,
-           int convertErr, int loadErr, int& errorNum) {
+// Part index of tbs, re-rendered as XML into xml and text. A missing part
+// sets errorNum to missingErr, unless that is 0 (the part is optional); the
+// three steps after fail with firstErr, firstErr + 1 and firstErr + 2.
+bool partToXml(_ovAsn1* tbs, int index, ClsXml& xml, StringBuffer& text, LogBase& log,
+               int missingErr, int firstErr, int& errorNum, bool& present) {
+    _ovAsn1* node = tbs->getAsnPart(index);
+    present = node != nullptr;
+    if (!node) {
+        errorNum = missingErr;
+        return missingErr == 0;
+    }
     DataBuffer der;
     if (!node->EncodeToDer(der, true, log)) {
-        errorNum = encodeErr;
+        errorNum = firstErr;
         return false;
     }
     if (!Asn1Xml::derToXml(der, true, true, text, nullptr, log)) {
-        errorNum = convertErr;
+        errorNum = firstErr + 1;
         return false;
     }
     if (!xml.loadXml(text, true, log)) {
-        errorNum = loadErr;
+        errorNum = firstErr + 2;
         return false;
     }
     text.clear();
@@ -71,9 +82,8 @@ bool _ovCrl::loadCrlDer(const DataBuffer& der, LogBase& log) {
         return loadCrlDer(copy, log);
     }
     LogContextExitor ctx(log, "loadCrlDer");
-    ClsXml* xmlObj = ClsXml::createNewCls();
+    RefPtr<ClsXml> xmlObj = RefPtr<ClsXml>::adopt(ClsXml::createNewCls());
     if (!xmlObj) return false;
-    _clsOwner xmlOwner(xmlObj);
     ClsXml& xml = *xmlObj;
 
     RefCountedObject::release(m_asn);
@@ -119,13 +129,9 @@ bool _ovCrl::loadCrlDer(const DataBuffer& der, LogBase& log) {
 }
 
 bool _ovCrl::readIssuerName(_ovAsn1* tbs, ClsXml& xml, LogBase& log, int& errorNum) {
-    _ovAsn1* issuer = tbs->getAsnPart(kIssuerPart);
-    if (!issuer) {
-        errorNum = 9;
-        return false;
-    }
     StringBuffer text;
-    if (!toXml(issuer, xml, text, log, 10, 11, 12, errorNum)) return false;
+    bool present = false;
+    if (!partToXml(tbs, kIssuerPart, xml, text, log, 9, 10, errorNum, present)) return false;
     // The RDNs go last to first.
     XString name;
     if (xml.get_NumChildren() > 0 && xml.LastChild2()) {
@@ -139,16 +145,16 @@ bool _ovCrl::readIssuerName(_ovAsn1* tbs, ClsXml& xml, LogBase& log, int& errorN
 }
 
 bool _ovCrl::readCrlNumber(_ovAsn1* tbs, ClsXml& xml, LogBase& log, int& errorNum) {
-    _ovAsn1* exts = tbs->getAsnPart(kExtensionsPart);
-    if (!exts) {
+    StringBuffer text;
+    bool present = false;
+    if (!partToXml(tbs, kExtensionsPart, xml, text, log, 0, 14, errorNum, present)) return false;
+    if (!present) {
         m_crlNumber = 0;
         return true;
     }
-    StringBuffer text;
-    if (!toXml(exts, xml, text, log, 14, 15, 16, errorNum)) return false;
     if (log.verboseLogging) log.LogDataSb("sbExtensionsXml", text);
 
-    XString tag("oid"), content("2.5.29.20");  // id-ce-cRLNumber
+    XString tag("oid"), content(oids::kCrlNumber.dotted);
     if (!xml.SearchForContent2(nullptr, tag, content)) return true;
     // The value after the OID: extnValue, or the critical flag when one
     // stands between (which then decodes as no INTEGER).

@@ -2,20 +2,18 @@
 
 #include <cstring>
 
+#include "support/asn1/OidTable.h"
 #include "support/base/LogBase.h"
 #include "support/base/StringBuffer.h"
 #include "support/crypto/SigVerify.h"
 #include "support/time/OrvaneSysTime.h"
 #include "support/time/_ovDateParser.h"
 #include "support/x509/OrvaneX509.h"
+#include "support/x509/X509Ext.h"
 
 namespace crlgrammar {
 
 namespace {
-
-// id-ce-cRLNumber 2.5.29.20, id-ce-cRLReasons 2.5.29.21 (content octets).
-const unsigned char kOidCrlNumber[] = {0x55, 0x1d, 0x14};
-const unsigned char kOidReasonCode[] = {0x55, 0x1d, 0x15};
 
 bool isTime(const DerElement& e) {
     return e.tag == der::kUtcTime || e.tag == der::kGeneralizedTime;
@@ -26,21 +24,15 @@ bool fail(const char** why, const char* text) {
     return false;
 }
 
-// The value of the extension with the OID among Extensions contents:
-//   Extension  ::=  SEQUENCE  { extnID OBJECT IDENTIFIER,
-//                               critical BOOLEAN DEFAULT FALSE,
-//                               extnValue OCTET STRING }
-// False when absent or malformed.
-bool findExtension(DerInput extensions, const unsigned char* oid, size_t oidLen, DerInput* value) {
+// The value of the extension with the OID among Extensions contents; false
+// when absent or malformed.
+bool findExtension(DerInput extensions, const KnownOid& oid, DerInput* value) {
     DerParser list(extensions);
-    while (list.hasMore()) {
-        DerParser ext;
-        DerInput id;
-        if (!list.readSequence(&ext) || !ext.readOid(&id)) return false;
-        if (!id.equals(oid, oidLen)) continue;
-        bool critical = false;
-        if (ext.nextIs(der::kBoolean) && !ext.readBool(&critical)) return false;
-        return ext.read(der::kOctetString, value) && !ext.hasMore();
+    X509Extension ext;
+    while (X509ExtRead::extension(list, &ext)) {
+        if (!oid.is(ext.oid)) continue;
+        *value = ext.value;
+        return true;
     }
     return false;
 }
@@ -57,9 +49,7 @@ DerInput stripZeros(DerInput in) {
 //   CRLReason ::= ENUMERATED
 int reasonCode(const RevokedEntry& e) {
     DerInput value, code;
-    if (e.extensions.empty() ||
-        !findExtension(e.extensions, kOidReasonCode, sizeof kOidReasonCode, &value))
-        return -1;
+    if (e.extensions.empty() || !findExtension(e.extensions, oids::kCrlReason, &value)) return -1;
     DerParser p(value);
     if (!p.read(der::kEnumerated, &code) || p.hasMore() || code.size() != 1 || (code[0] & 0x80))
         return -1;
@@ -179,7 +169,7 @@ bool countEntries(DerInput revokedContents, uint64_t* count) {
 bool crlNumber(DerInput extensions, bool* present, bool* fits, uint64_t* value) {
     *present = *fits = false;
     DerInput ext;
-    if (!findExtension(extensions, kOidCrlNumber, sizeof kOidCrlNumber, &ext)) return false;
+    if (!findExtension(extensions, oids::kCrlNumber, &ext)) return false;
     *present = true;
     //   CRLNumber ::= INTEGER (0..MAX)
     DerParser p(ext);

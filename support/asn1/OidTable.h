@@ -78,6 +78,10 @@ inline constexpr KnownOid kKpCodeSigning{"1.3.6.1.5.5.7.3.3", "id-kp-codeSigning
 inline constexpr KnownOid kKpEmailProtection{"1.3.6.1.5.5.7.3.4", "id-kp-emailProtection"};
 inline constexpr KnownOid kKpTimeStamping{"1.3.6.1.5.5.7.3.8", "id-kp-timeStamping"};
 inline constexpr KnownOid kKpOcspSigning{"1.3.6.1.5.5.7.3.9", "id-kp-OCSPSigning"};
+inline constexpr KnownOid kKpIpsecIke{"1.3.6.1.5.5.7.3.17", "id-kp-ipsecIKE"};
+inline constexpr KnownOid kAnyExtKeyUsage{"2.5.29.37.0", "anyExtendedKeyUsage"};
+inline constexpr KnownOid kMsSmartcardLogin{"1.3.6.1.4.1.311.20.2.2", "msSmartcardLogin"};
+inline constexpr KnownOid kMsDocumentSigning{"1.3.6.1.4.1.311.10.3.12", "msDocumentSigning"};
 
 // Hash algorithms of an OCSP CertID.
 inline constexpr KnownOid kSha1{"1.3.14.3.2.26", "id-sha1"};
@@ -110,6 +114,10 @@ inline constexpr const KnownOid* kAll[] = {
     &kKpEmailProtection,
     &kKpTimeStamping,
     &kKpOcspSigning,
+    &kKpIpsecIke,
+    &kAnyExtKeyUsage,
+    &kMsSmartcardLogin,
+    &kMsDocumentSigning,
     &kSha1,
     &kSha256,
     &kSha384,

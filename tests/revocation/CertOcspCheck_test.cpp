@@ -44,14 +44,12 @@ class CertOcspCheck : public ::testing::Test {
   protected:
     void SetUp() override {
         ASSERT_TRUE(pki().made()) << "the openssl command line failed to make the PKI";
-        m_store = new SystemCerts();
-        m_store->incRefCount();
+        m_store = RefPtr<SystemCerts>::retain(new SystemCerts());
         LogNull quiet;
         CertRef ca(load("ca"));
         ASSERT_TRUE(ca && m_store->addCertificate(ca.get(), quiet));
         m_ca = m_store->certAt(0);
     }
-    void TearDown() override { m_store->decRefCount(); }
 
     // Asks about the leaf; the response is kept in m_resp and resp.der.
     bool check(const std::string& url, const std::string& leaf, LogTree& log) {
@@ -63,7 +61,7 @@ class CertOcspCheck : public ::testing::Test {
                m_resp.load(m_der.getData2(), m_der.getSize(), log);
     }
 
-    SystemCerts* m_store = nullptr;
+    RefPtr<SystemCerts> m_store;
     CertCore* m_ca = nullptr;
     ClsHttp m_http;
     DataBuffer m_der;

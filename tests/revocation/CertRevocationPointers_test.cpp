@@ -5,6 +5,7 @@
 #include <string>
 
 #include "cert/CertTestUtil.h"
+#include "support/asn1/OidTable.h"
 #include "support/base/StringBuffer.h"
 #include "support/x509/X509TestUtil.h"
 
@@ -13,8 +14,8 @@ using certtest::CertRef;
 
 namespace {
 
-constexpr const char* kCrlDp = "2.5.29.31";
-constexpr const char* kAia = "1.3.6.1.5.5.7.1.1";
+const char* const kCrlDp = oids::kCrlDistributionPoints.dotted;
+const char* const kAia = oids::kAuthorityInfoAccess.dotted;
 
 std::string hex(const Bytes& b) {
     static const char* d = "0123456789ABCDEF";
@@ -53,8 +54,8 @@ Bytes dps(std::initializer_list<Bytes> fullNames) {
 Bytes access(const char* method, const Bytes& location) {
     return tlv(0x30, cat({oid(method), location}));
 }
-const char* kOcsp = "1.3.6.1.5.5.7.48.1";
-const char* kCaIssuers = "1.3.6.1.5.5.7.48.2";
+const char* const kOcsp = oids::kAdOcsp.dotted;
+const char* const kCaIssuers = oids::kAdCaIssuers.dotted;
 
 // "url" or "(false)", then the log's info and error lines that matter here.
 std::string answer(bool ok, const StringBuffer& url, const LogTree& log) {
@@ -69,64 +70,53 @@ std::string answer(bool ok, const StringBuffer& url, const LogTree& log) {
 
 }  // namespace
 
-TEST(CertRevocationPointers, CrlDistPointTakesTheFirstPointsHttpUriOrItsLast) {
+// CRL: the first point's first HTTP URI, else its last. OCSP: the first
+// id-ad-ocsp location, as written.
+TEST(CertRevocationPointers, CrlAndOcspPointersAsRead) {
     const char* sibling = " | Checking next sibling for an HTTP URL...";
+    auto crl = &CertCore::getCrlDistPoint;
+    auto ocsp = &CertCore::getOcspUrl;
     struct Case {
         const char* name;
+        bool (CertCore::*get)(StringBuffer&, LogBase&);
         Bytes value;
         std::string want;
     } cases[] = {
-        {"ldap then http", dps({cat({uri("ldap://d/c"), uri("http://h/c.crl")})}),
+        {"ldap then http", crl, dps({cat({uri("ldap://d/c"), uri("http://h/c.crl")})}),
          std::string("http://h/c.crl") + sibling},
-        {"ldap only", dps({uri("ldap://d/c")}), "ldap://d/c"},
-        {"scheme case", dps({cat({uri("HtTpS://h/c"), uri("http://x/")})}), "HtTpS://h/c"},
-        {"second point never read",
+        {"ldap only", crl, dps({uri("ldap://d/c")}), "ldap://d/c"},
+        {"scheme case", crl, dps({cat({uri("HtTpS://h/c"), uri("http://x/")})}), "HtTpS://h/c"},
+        {"second point never read", crl,
          dps({cat({uri("ldap://a"), uri("ldap://b")}), uri("http://second/c.crl")}),
          std::string("ldap://b") + sibling},
-        {"dns name then http", dps({cat({tlv(0x82, str("dns")), uri("http://h/")})}),
+        {"dns name then http", crl, dps({cat({tlv(0x82, str("dns")), uri("http://h/")})}),
          std::string("http://h/") + sibling},
-        {"empty sibling", dps({cat({uri("ldap://a"), uri("")})}), std::string("(false)") + sibling},
-        {"relative name",
+        {"empty sibling", crl, dps({cat({uri("ldap://a"), uri("")})}),
+         std::string("(false)") + sibling},
+        {"relative name", crl,
          tlv(0x30, tlv(0x30, tlv(0xa0, tlv(0xa1, atv("2.5.4.3", tlv(0x0c, str("c"))))))),
          "(false)"},
-        {"crl issuer only", tlv(0x30, tlv(0x30, tlv(0xa2, uri("http://i/")))), "(false)"},
-        {"no extension", {}, "(false) | No CRL Distribution Points extension."},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        CertRef cert(certWith(kCrlDp, c.value));
-        ASSERT_TRUE(cert);
-        StringBuffer url("stale");
-        LogTree log;
-        EXPECT_EQ(c.want, answer(cert->getCrlDistPoint(url, log), url, log));
-    }
-}
-
-TEST(CertRevocationPointers, OcspUrlIsTheFirstOcspLocationAsWritten) {
-    struct Case {
-        const char* name;
-        Bytes value;
-        std::string want;
-    } cases[] = {
-        {"after ca issuers",
+        {"crl issuer only", crl, tlv(0x30, tlv(0x30, tlv(0xa2, uri("http://i/")))), "(false)"},
+        {"no crl extension", crl, {}, "(false) | No CRL Distribution Points extension."},
+        {"after ca issuers", ocsp,
          tlv(0x30, cat({access(kCaIssuers, uri("http://ca/ca.crt")),
                         access(kOcsp, uri("http://o/")), access(kOcsp, uri("http://second/"))})),
          "http://o/"},
-        {"any scheme", tlv(0x30, access(kOcsp, uri("ldap://o"))), "ldap://o"},
-        {"ends at a zero byte",
+        {"any scheme", ocsp, tlv(0x30, access(kOcsp, uri("ldap://o"))), "ldap://o"},
+        {"ends at a zero byte", ocsp,
          tlv(0x30, access(kOcsp, tlv(0x86, cat({str("http://a"), {0}, str("b")})))), "http://a"},
-        {"empty location", tlv(0x30, access(kOcsp, uri(""))), "(false)"},
-        {"ca issuers only", tlv(0x30, access(kCaIssuers, uri("http://ca/"))),
+        {"empty location", ocsp, tlv(0x30, access(kOcsp, uri(""))), "(false)"},
+        {"ca issuers only", ocsp, tlv(0x30, access(kCaIssuers, uri("http://ca/"))),
          "(false) | error: No OCSP OID."},
-        {"no extension", {}, "(false) | No AuthorityAccessInfo (OCSP) extension."},
+        {"no aia extension", ocsp, {}, "(false) | No AuthorityAccessInfo (OCSP) extension."},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        CertRef cert(certWith(kAia, c.value));
+        CertRef cert(certWith(c.get == crl ? kCrlDp : kAia, c.value));
         ASSERT_TRUE(cert);
         StringBuffer url("stale");
         LogTree log;
-        EXPECT_EQ(c.want, answer(cert->getOcspUrl(url, log), url, log));
+        EXPECT_EQ(c.want, answer(((*cert).*c.get)(url, log), url, log));
         std::string xml;
         EXPECT_EQ(log.hasError("No OCSP OID."), log.findData("AuthorityAccessInfo", xml));
     }

@@ -28,16 +28,11 @@ std::vector<std::string> listDir(const std::string& dir) {
     return names;
 }
 
-class CrlDownloadTest : public ::testing::Test {
+class CrlDownloadTest : public ovtest::LoopbackServerTest<CrlDownloadTest> {
   protected:
     static void SetUpTestSuite() {
-        for (const char* v : {"http_proxy", "HTTP_PROXY", "all_proxy", "ALL_PROXY"}) unsetenv(v);
-        if (!s_server.start(OV_SOURCE_DIR "/tests/revocation", "python3 crl_http_server.py",
-                            s_port))
-            s_port.clear();
+        startServer(OV_SOURCE_DIR "/tests/revocation", "python3 crl_http_server.py");
     }
-    void SetUp() override { ASSERT_FALSE(s_port.empty()) << "crl_http_server.py did not start"; }
-    static std::string url(const std::string& path) { return "http://127.0.0.1:" + s_port + path; }
 
     // Requests the server answered so far.
     static int served() {
@@ -55,9 +50,6 @@ class CrlDownloadTest : public ::testing::Test {
         return _ovCrl::downloadCrlDer(url(path).c_str(), cacheDir, client ? *client : own, out,
                                       nullptr, log);
     }
-
-    static inline ovtest::PeerProcess s_server;
-    static inline std::string s_port;
 };
 
 // What the server sends arrives whole and loads as the file does; a CRL with

@@ -8,6 +8,7 @@
 
 #include "OcspTestPki.h"
 #include "revocation/RevocationReason.h"
+#include "support/asn1/OidTable.h"
 #include "support/x509/X509TestUtil.h"
 
 using namespace x509test;
@@ -17,15 +18,15 @@ using revocation::OcspSingle;
 
 namespace {
 
-const char* kBasic = "1.3.6.1.5.5.7.48.1.1";
-const char* kNonce = "1.3.6.1.5.5.7.48.1.2";
+const char* const kBasic = oids::kOcspBasic.dotted;
+const char* const kNonce = oids::kOcspNonce.dotted;
 
 Bytes gt(const char* t) {
     return tlv(0x18, str(t));
 }
 Bytes single(unsigned char serial, const Bytes& status, const Bytes& rest = gt("20261124120000Z")) {
     Bytes id =
-        tlv(0x30, cat({tlv(0x30, cat({oid("1.3.14.3.2.26"), tlv(0x05, {})})),
+        tlv(0x30, cat({tlv(0x30, cat({oid(oids::kSha1.dotted), tlv(0x05, {})})),
                        tlv(0x04, Bytes(20, 1)), tlv(0x04, Bytes(20, 2)), tlv(0x02, {serial})}));
     return tlv(0x30, cat({id, status, rest}));
 }

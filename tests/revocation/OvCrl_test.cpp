@@ -14,6 +14,7 @@
 #include "support/base/DataBuffer.h"
 #include "support/base/LogBase.h"
 #include "support/x509/OrvaneX509.h"
+#include "support/x509/X509TestUtil.h"
 #include "support_common/TestUtil.h"
 
 namespace {
@@ -117,7 +118,8 @@ TEST(OvCrl, FailedLoadEmptiesTheObject) {
     _ovCrl crl;
     LogNull quiet;
     ASSERT_TRUE(crl.loadCrlDer(fixture("v2.crl"), quiet));
-    const unsigned char twoParts[] = {0x30, 0x06, 0x02, 0x01, 0x01, 0x02, 0x01, 0x02};
+    const x509test::Bytes twoParts =
+        x509test::tlv(0x30, x509test::cat({x509test::tlv(0x02, {1}), x509test::tlv(0x02, {2})}));
     struct Case {
         const char* name;
         DataBuffer der;
@@ -127,7 +129,7 @@ TEST(OvCrl, FailedLoadEmptiesTheObject) {
         {"two parts", DataBuffer(), "3"},
         {"not DER", DataBuffer(), "1"},
     };
-    cases[1].der.append(twoParts, sizeof twoParts);
+    cases[1].der.append(twoParts.data(), static_cast<unsigned>(twoParts.size()));
     cases[2].der.append("hello", 5);
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -136,7 +138,7 @@ TEST(OvCrl, FailedLoadEmptiesTheObject) {
         EXPECT_EQ(errorNum(log), c.errorNum);
         expectEmpty(crl);
         CrlRevocation r;
-        EXPECT_FALSE(crl.findSerial(twoParts, 2, r));
+        EXPECT_FALSE(crl.findSerial(twoParts.data(), 2, r));
         ASSERT_TRUE(crl.loadCrlDer(fixture("v2.crl"), quiet));
     }
     EXPECT_TRUE(crl.loadCrlDer(crl.getDer(), quiet));  // its own bytes, again

@@ -5,6 +5,7 @@
 #include <pugixml.hpp>
 
 #include "cert/CertCore.h"
+#include "support/asn1/OidTable.h"
 #include "support/base/ContentCoding.h"
 
 using nlohmann::ordered_json;
@@ -144,22 +145,22 @@ ordered_json altNames(CertCore& cert, LogBase& quiet) {
 // Names of the usual extended key usage purposes; others show as their OID.
 const char* ekuName(const std::string& oid) {
     static const struct {
-        const char* oid;
+        const KnownOid& oid;
         const char* name;
     } kNames[] = {
-        {"1.3.6.1.5.5.7.3.1", "serverAuth"},
-        {"1.3.6.1.5.5.7.3.2", "clientAuth"},
-        {"1.3.6.1.5.5.7.3.3", "codeSigning"},
-        {"1.3.6.1.5.5.7.3.4", "emailProtection"},
-        {"1.3.6.1.5.5.7.3.8", "timeStamping"},
-        {"1.3.6.1.5.5.7.3.9", "OCSPSigning"},
-        {"1.3.6.1.5.5.7.3.17", "ipsecIKE"},
-        {"2.5.29.37.0", "anyExtendedKeyUsage"},
-        {"1.3.6.1.4.1.311.20.2.2", "msSmartcardLogin"},
-        {"1.3.6.1.4.1.311.10.3.12", "msDocumentSigning"},
+        {oids::kKpServerAuth, "serverAuth"},
+        {oids::kKpClientAuth, "clientAuth"},
+        {oids::kKpCodeSigning, "codeSigning"},
+        {oids::kKpEmailProtection, "emailProtection"},
+        {oids::kKpTimeStamping, "timeStamping"},
+        {oids::kKpOcspSigning, "OCSPSigning"},
+        {oids::kKpIpsecIke, "ipsecIKE"},
+        {oids::kAnyExtKeyUsage, "anyExtendedKeyUsage"},
+        {oids::kMsSmartcardLogin, "msSmartcardLogin"},
+        {oids::kMsDocumentSigning, "msDocumentSigning"},
     };
     for (const auto& n : kNames)
-        if (oid == n.oid) return n.name;
+        if (oid == n.oid.dotted) return n.name;
     return nullptr;
 }
 
@@ -183,7 +184,7 @@ ordered_json extensionList(CertCore& cert, const char* oid, bool nameEku, LogBas
 //                                   pathLenConstraint INTEGER (0..MAX) OPTIONAL }
 ordered_json basicConstraints(CertCore& cert, LogBase& quiet) {
     StringBuffer xml;
-    if (!cert.getExtensionXml("2.5.29.19", xml, quiet)) return nullptr;  // id-ce-basicConstraints
+    if (!cert.getExtensionXml(oids::kBasicConstraints.dotted, xml, quiet)) return nullptr;
     pugi::xml_document doc;
     if (!doc.load_string(xml.getString())) return nullptr;
     pugi::xml_node seq = doc.child("sequence");
@@ -363,8 +364,8 @@ CertSummary summarizeCert(CertCore& cert, const std::string& file, const Summary
     j["signatureAlgorithmOid"] = sigOid.empty() ? ordered_json() : ordered_json(sigOid);
 
     j["subjectAltNames"] = altNames(cert, quiet);
-    j["keyUsage"] = extensionList(cert, "2.5.29.15", false, quiet);          // id-ce-keyUsage
-    j["extendedKeyUsages"] = extensionList(cert, "2.5.29.37", true, quiet);  // id-ce-extKeyUsage
+    j["keyUsage"] = extensionList(cert, oids::kKeyUsage.dotted, false, quiet);
+    j["extendedKeyUsages"] = extensionList(cert, oids::kExtKeyUsage.dotted, true, quiet);
     j["basicConstraints"] = basicConstraints(cert, quiet);
 
     StringBuffer eku;

@@ -8,24 +8,6 @@
 
 namespace {
 
-int run(int argc, char** argv);
-
-}  // namespace
-
-const Command kConvertCommand = {
-    "convert",
-    "re-encode a certificate as DER, PEM or PkiPath",
-    "usage: ovcert convert FILE --to der|pem|pkipath [-o OUT] [--log] [--verbose]\n"
-    "\n"
-    "Loads FILE (- for standard input) and writes the certificate the component\n"
-    "chooses (the one carrying the private key in a bundle with a key) in the\n"
-    "form asked: DER, PEM, or a one-certificate PkiPath in base64. Without -o\n"
-    "the result goes to standard output.\n",
-    run,
-};
-
-namespace {
-
 struct ConvertOptions {
     CommonOptions common;
     std::string to;
@@ -34,17 +16,9 @@ struct ConvertOptions {
 };
 
 int parseOptions(int argc, char** argv, ConvertOptions& o) {
-    for (int i = 1; i < argc; ++i) {
-        std::string a = argv[i];
-        if (takeCommonOption(a, o.common)) continue;
-        if ((a == "--to" || a == "-o") && i + 1 < argc) {
-            (a == "--to" ? o.to : o.out) = argv[++i];
-        } else if (isOption(a)) {
-            return usageError(kConvertCommand, "unknown option " + a);
-        } else {
-            o.files.push_back(a);
-        }
-    }
+    int st = parseArgs(kConvertCommand, argc, argv, o.common,
+                       {{"--to", &o.to, nullptr}, {"-o", &o.out, nullptr}}, o.files);
+    if (st != kExitOk) return st;
     if (o.common.help) return kExitOk;
     if (o.files.size() != 1) return usageError(kConvertCommand, "give exactly one FILE");
     if (o.to != "der" && o.to != "pem" && o.to != "pkipath")
@@ -89,3 +63,15 @@ int run(int argc, char** argv) {
 }
 
 }  // namespace
+
+const Command kConvertCommand = {
+    "convert",
+    "re-encode a certificate as DER, PEM or PkiPath",
+    "usage: ovcert convert FILE --to der|pem|pkipath [-o OUT] [--log] [--verbose]\n"
+    "\n"
+    "Loads FILE (- for standard input) and writes the certificate the component\n"
+    "chooses (the one carrying the private key in a bundle with a key) in the\n"
+    "form asked: DER, PEM, or a one-certificate PkiPath in base64. Without -o\n"
+    "the result goes to standard output.\n",
+    run,
+};

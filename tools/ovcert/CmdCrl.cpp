@@ -9,7 +9,6 @@
 
 #include "cert/CertCore.h"
 #include "revocation/OvCrl.h"
-#include "revocation/RevocationReason.h"
 #include "revocation/TbsCertList.h"
 #include "support/base/ContentCoding.h"
 #include "support/base/DataBuffer.h"
@@ -17,31 +16,8 @@
 #include "support/base/ProgressEvent.h"
 #include "support/net/ClsHttp.h"
 #include "support/x509/X509Name.h"
+#include "tools/ovcert/OcspReport.h"
 #include "tools/ovcert/Shared.h"
-
-namespace {
-
-using json = nlohmann::ordered_json;
-
-int run(int argc, char** argv);
-
-}  // namespace
-
-const Command kCrlCommand = {
-    "crl",
-    "what a CRL says, from a file or a URL (cached), and whether a serial is listed",
-    "usage: ovcert crl URL|FILE [--cache DIR] [--issuer FILE] [--serial HEX] [--list]\n"
-    "                           [--json] [--log]\n"
-    "\n"
-    "A URL (http or https) is downloaded, answered from the cache directory DIR\n"
-    "when it holds the URL's file, and stored there otherwise; FILE (- for\n"
-    "standard input) holds the CRL as DER or PEM. Prints the issuer, thisUpdate,\n"
-    "nextUpdate, CRL number, entry count and the signature check against the\n"
-    "issuer certificate in FILE (\"unchecked\" without --issuer); --serial HEX\n"
-    "says whether that serial is listed, with its date and reason; --list prints\n"
-    "every entry.\n",
-    run,
-};
 
 namespace {
 
@@ -54,28 +30,16 @@ struct Options {
 };
 
 int parseOptions(int argc, char** argv, Options& o) {
-    for (int i = 1; i < argc; ++i) {
-        std::string a = argv[i];
-        if (takeCommonOption(a, o.common)) continue;
-        bool hasValue = i + 1 < argc;
-        if (a == "--cache" && hasValue) {
-            o.cache = argv[++i];
-        } else if (a == "--issuer" && hasValue) {
-            o.issuer = argv[++i];
-        } else if (a == "--serial" && hasValue) {
-            o.serial = argv[++i];
-        } else if (a == "--list") {
-            o.list = true;
-        } else if (a == "--json") {
-            o.json = true;
-        } else if (isOption(a)) {
-            return usageError(kCrlCommand, "unknown option " + a);
-        } else if (o.source.empty()) {
-            o.source = a;
-        } else {
-            return usageError(kCrlCommand, "give exactly one URL or FILE");
-        }
-    }
+    std::vector<std::string> sources;
+    int st = parseArgs(kCrlCommand, argc, argv, o.common,
+                       {{"--cache", &o.cache, nullptr},
+                        {"--issuer", &o.issuer, nullptr},
+                        {"--serial", &o.serial, nullptr},
+                        {"--list", nullptr, &o.list},
+                        {"--json", nullptr, &o.json}},
+                       sources, 1, "give exactly one URL or FILE");
+    if (st != kExitOk) return st;
+    if (!sources.empty()) o.source = sources[0];
     if (o.common.help) return kExitOk;
     if (o.source.empty()) return usageError(kCrlCommand, "give a URL or FILE");
     return kExitOk;
@@ -130,9 +94,8 @@ bool fetch(const Options& o, DataBuffer& der, LogBase& log) {
         pemToDer(der);
         return true;
     }
-    ClsHttp* http = ClsHttp::createNewCls();
+    RefPtr<ClsHttp> http = RefPtr<ClsHttp>::retain(ClsHttp::createNewCls());
     if (!http) return false;
-    http->incRefCount();
     bool ok;
     if (isatty(STDERR_FILENO)) {
         TtyProgress bar;
@@ -142,7 +105,6 @@ bool fetch(const Options& o, DataBuffer& der, LogBase& log) {
         ok = _ovCrl::downloadCrlDer(o.source.c_str(), o.cache.empty() ? nullptr : o.cache.c_str(),
                                     *http, der, nullptr, log);
     }
-    http->decRefCount();
     return ok;
 }
 
@@ -150,12 +112,6 @@ json timeOrNull(bool present, const DerElement& t) {
     StringBuffer sb;
     if (!present || !crlgrammar::timeToRfc3339(t, sb)) return nullptr;
     return sb.getString();
-}
-
-json reasonOrNull(int code) {
-    const char* name = code < 0 ? nullptr : revocation::reasonName(code);
-    if (!name) return nullptr;
-    return name;
 }
 
 // Upper-case hex of the INTEGER's octets as encoded, as `inspect` shows serials.
@@ -179,12 +135,11 @@ bool parseSerial(const std::string& text, DataBuffer& out) {
 // "valid", "invalid", or "unchecked" without an issuer.
 std::string signatureCheck(const Options& o, const crlgrammar::CertificateList& cl, LogBase& log) {
     if (o.issuer.empty()) return "unchecked";
-    CertCore* cert = CertCore::createFromFile2(o.issuer.c_str(), nullptr, log);
+    RefPtr<CertCore> cert =
+        RefPtr<CertCore>::retain(CertCore::createFromFile2(o.issuer.c_str(), nullptr, log));
     if (!cert) return "unchecked";
-    cert->incRefCount();
     const OrvaneX509* x = cert->getX509();
     bool valid = x && crlgrammar::verifySignature(cl, *x, log);
-    cert->decRefCount();
     return valid ? "valid" : "invalid";
 }
 
@@ -302,3 +257,19 @@ int run(int argc, char** argv) {
 }
 
 }  // namespace
+
+const Command kCrlCommand = {
+    "crl",
+    "what a CRL says, from a file or a URL (cached), and whether a serial is listed",
+    "usage: ovcert crl URL|FILE [--cache DIR] [--issuer FILE] [--serial HEX] [--list]\n"
+    "                           [--json] [--log]\n"
+    "\n"
+    "A URL (http or https) is downloaded, answered from the cache directory DIR\n"
+    "when it holds the URL's file, and stored there otherwise; FILE (- for\n"
+    "standard input) holds the CRL as DER or PEM. Prints the issuer, thisUpdate,\n"
+    "nextUpdate, CRL number, entry count and the signature check against the\n"
+    "issuer certificate in FILE (\"unchecked\" without --issuer); --serial HEX\n"
+    "says whether that serial is listed, with its date and reason; --list prints\n"
+    "every entry.\n",
+    run,
+};

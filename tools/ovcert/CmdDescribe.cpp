@@ -9,34 +9,11 @@
 
 namespace {
 
-int run(int argc, char** argv);
-
-}  // namespace
-
-const Command kDescribeCommand = {
-    "describe",
-    "the component's descriptive JSON of each certificate",
-    "usage: ovcert describe [--log] [--verbose] FILE...\n"
-    "\n"
-    "Loads each FILE (- for standard input) and prints, for every certificate in\n"
-    "it (the one the component chooses first), one line: the certificate's\n"
-    "descriptive JSON members (serial, validFrom, validTo, expired, subject,\n"
-    "issuer, san, keyType, keySize) wrapped in braces. Values are written as the\n"
-    "component writes them, without JSON escaping.\n",
-    run,
-};
-
-namespace {
-
 int run(int argc, char** argv) {
     CommonOptions common;
     std::vector<std::string> files;
-    for (int i = 1; i < argc; ++i) {
-        std::string a = argv[i];
-        if (takeCommonOption(a, common)) continue;
-        if (isOption(a)) return usageError(kDescribeCommand, "unknown option " + a);
-        files.push_back(a);
-    }
+    int st = parseArgs(kDescribeCommand, argc, argv, common, {}, files);
+    if (st != kExitOk) return st;
     if (common.help) return printUsage(kDescribeCommand);
     if (files.empty())
         return usageError(kDescribeCommand, "no FILE given (use - for standard input)");
@@ -63,3 +40,16 @@ int run(int argc, char** argv) {
 }
 
 }  // namespace
+
+const Command kDescribeCommand = {
+    "describe",
+    "the component's descriptive JSON of each certificate",
+    "usage: ovcert describe [--log] [--verbose] FILE...\n"
+    "\n"
+    "Loads each FILE (- for standard input) and prints, for every certificate in\n"
+    "it (the one the component chooses first), one line: the certificate's\n"
+    "descriptive JSON members (serial, validFrom, validTo, expired, subject,\n"
+    "issuer, san, keyType, keySize) wrapped in braces. Values are written as the\n"
+    "component writes them, without JSON escaping.\n",
+    run,
+};

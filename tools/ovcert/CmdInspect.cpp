@@ -18,45 +18,6 @@
 
 namespace {
 
-int run(int argc, char** argv);
-
-}  // namespace
-
-const Command kInspectCommand = {
-    "inspect",
-    "what a file's certificates say (text or JSON)",
-    "usage: ovcert inspect [--json | --jsonl] [--chain] [--at TIME] [--log] [--verbose]\n"
-    "                      [--no-color] [KEY OPTIONS] FILE...\n"
-    "\n"
-    "Loads each FILE (- for standard input) through format detection and prints\n"
-    "a summary of every certificate in it. Any form loads: DER, PEM (also bundles\n"
-    "with keys), PKCS#7, base64, UTF-16LE base64, a JSON array of base64.\n"
-    "\n"
-    "  --json       one JSON document: an object for one certificate, an array\n"
-    "               for several\n"
-    "  --jsonl      one JSON object per certificate, one per line\n"
-    "  --chain      order each file's certificates from the leaf up and draw who\n"
-    "               issued whom (with --json: the members chainIssuer)\n"
-    "  --at TIME    judge validity at TIME (2030-01-01T00:00:00Z) instead of now\n"
-    "  --log        the component's log tree on standard error\n"
-    "  --verbose    the component's verbose logging (with --log)\n"
-    "  --no-color   no colour even on a terminal (NO_COLOR=1 does the same)\n"
-    "\n"
-    "Key options attach a private key to the certificate the component chooses\n"
-    "(hasPrivateKey then answers for it):\n"
-    "  --key KEYFILE [--pass-env VAR]\n"
-    "               a PEM or DER key; says whether it is the certificate's key. An\n"
-    "               encrypted key's password comes from the environment variable\n"
-    "               VAR, else it is asked for on the terminal\n"
-    "  --pkcs11 MODULE [--slot N] --pin-env VAR\n"
-    "               links a session of the token (first initialised one without\n"
-    "               --slot); hasPrivateKey logs in with the PIN held in VAR and\n"
-    "               looks for the key; says whether a key handle was found\n",
-    run,
-};
-
-namespace {
-
 // Everything inspect understands. New options get a member here and a branch
 // in parseOptions; options that add per-certificate answers add them in
 // addOptionFields.
@@ -215,3 +176,36 @@ int run(int argc, char** argv) {
 }
 
 }  // namespace
+
+const Command kInspectCommand = {
+    "inspect",
+    "what a file's certificates say (text or JSON)",
+    "usage: ovcert inspect [--json | --jsonl] [--chain] [--at TIME] [--log] [--verbose]\n"
+    "                      [--no-color] [KEY OPTIONS] FILE...\n"
+    "\n"
+    "Loads each FILE (- for standard input) through format detection and prints\n"
+    "a summary of every certificate in it. Any form loads: DER, PEM (also bundles\n"
+    "with keys), PKCS#7, base64, UTF-16LE base64, a JSON array of base64.\n"
+    "\n"
+    "  --json       one JSON document: an object for one certificate, an array\n"
+    "               for several\n"
+    "  --jsonl      one JSON object per certificate, one per line\n"
+    "  --chain      order each file's certificates from the leaf up and draw who\n"
+    "               issued whom (with --json: the members chainIssuer)\n"
+    "  --at TIME    judge validity at TIME (2030-01-01T00:00:00Z) instead of now\n"
+    "  --log        the component's log tree on standard error\n"
+    "  --verbose    the component's verbose logging (with --log)\n"
+    "  --no-color   no colour even on a terminal (NO_COLOR=1 does the same)\n"
+    "\n"
+    "Key options attach a private key to the certificate the component chooses\n"
+    "(hasPrivateKey then answers for it):\n"
+    "  --key KEYFILE [--pass-env VAR]\n"
+    "               a PEM or DER key; says whether it is the certificate's key. An\n"
+    "               encrypted key's password comes from the environment variable\n"
+    "               VAR, else it is asked for on the terminal\n"
+    "  --pkcs11 MODULE [--slot N] --pin-env VAR\n"
+    "               links a session of the token (first initialised one without\n"
+    "               --slot); hasPrivateKey logs in with the PIN held in VAR and\n"
+    "               looks for the key; says whether a key handle was found\n",
+    run,
+};

@@ -16,34 +16,6 @@
 
 namespace {
 
-int run(int argc, char** argv);
-
-}  // namespace
-
-const Command kOcspCommand = {
-    "ocsp",
-    "ask a certificate's OCSP responder, or read a saved response",
-    "usage: ovcert ocsp CERT [--issuer FILE] [--url URL] [--json] [--log] [--verbose]\n"
-    "       ovcert ocsp --respin FILE [--issuer FILE] [--json] [--log] [--verbose]\n"
-    "\n"
-    "The first form builds an OCSP request for CERT (- for standard input), posts\n"
-    "it to URL or to the responder the certificate names, and prints the HTTP\n"
-    "status and the decoded answer. The issuer, whose key the request names, comes\n"
-    "from --issuer, the rest of CERT's file, or CERT itself when self-issued. The\n"
-    "second form decodes a saved DER response, every answer in it.\n"
-    "\n"
-    "  --issuer FILE  the issuer certificate; the response's signature is checked\n"
-    "                 against it (or a responder certificate it issued)\n"
-    "  --url URL      the responder to ask instead of the certificate's own\n"
-    "  --json         one JSON object: httpStatus, responseStatus, responses,\n"
-    "                 nonce, signature (see the README)\n"
-    "  --log          the component's log tree on standard error\n"
-    "  --verbose      the component's verbose logging (with --log)\n",
-    run,
-};
-
-namespace {
-
 struct OcspOptions {
     CommonOptions common;
     bool json = false;
@@ -52,23 +24,13 @@ struct OcspOptions {
 };
 
 int parseOptions(int argc, char** argv, OcspOptions& o) {
-    for (int i = 1; i < argc; ++i) {
-        std::string a = argv[i];
-        if (takeCommonOption(a, o.common)) continue;
-        std::string* value = a == "--issuer"   ? &o.issuer
-                             : a == "--url"    ? &o.url
-                             : a == "--respin" ? &o.respin
-                                               : nullptr;
-        if (value && i + 1 < argc) {
-            *value = argv[++i];
-        } else if (a == "--json") {
-            o.json = true;
-        } else if (isOption(a) && a != "-") {
-            return usageError(kOcspCommand, "unknown option " + a);
-        } else {
-            o.files.push_back(a);
-        }
-    }
+    int st = parseArgs(kOcspCommand, argc, argv, o.common,
+                       {{"--issuer", &o.issuer, nullptr},
+                        {"--url", &o.url, nullptr},
+                        {"--respin", &o.respin, nullptr},
+                        {"--json", nullptr, &o.json}},
+                       o.files);
+    if (st != kExitOk) return st;
     if (o.common.help) return kExitOk;
     if (o.respin.empty() && o.files.size() != 1)
         return usageError(kOcspCommand, "give exactly one CERT, or --respin FILE");
@@ -124,13 +86,12 @@ int run(int argc, char** argv) {
     if (cert->isNonRespondingOcspUrl(url, log))
         fprintf(stderr, "ovcert ocsp: warning: %s is known not to answer\n", url.getString());
 
-    ClsHttp* http = ClsHttp::createNewCls();
+    RefPtr<ClsHttp> http = RefPtr<ClsHttp>::retain(ClsHttp::createNewCls());
     if (!http) return fail("out of memory", log);
-    http->incRefCount();
     DataBuffer der;
     revocation::OcspAsked asked;
     bool posted = cert->doOcspCheck(*http, url.getString(), in.store(), der, asked, log, nullptr);
-    http->decRefCount();
+    http.reset();
     if (!posted)
         return fail(std::string("the OCSP request to ") + url.getString() + " failed", log);
     std::string status;
@@ -141,3 +102,25 @@ int run(int argc, char** argv) {
 }
 
 }  // namespace
+
+const Command kOcspCommand = {
+    "ocsp",
+    "ask a certificate's OCSP responder, or read a saved response",
+    "usage: ovcert ocsp CERT [--issuer FILE] [--url URL] [--json] [--log] [--verbose]\n"
+    "       ovcert ocsp --respin FILE [--issuer FILE] [--json] [--log] [--verbose]\n"
+    "\n"
+    "The first form builds an OCSP request for CERT (- for standard input), posts\n"
+    "it to URL or to the responder the certificate names, and prints the HTTP\n"
+    "status and the decoded answer. The issuer, whose key the request names, comes\n"
+    "from --issuer, the rest of CERT's file, or CERT itself when self-issued. The\n"
+    "second form decodes a saved DER response, every answer in it.\n"
+    "\n"
+    "  --issuer FILE  the issuer certificate; the response's signature is checked\n"
+    "                 against it (or a responder certificate it issued)\n"
+    "  --url URL      the responder to ask instead of the certificate's own\n"
+    "  --json         one JSON object: httpStatus, responseStatus, responses,\n"
+    "                 nonce, signature (see the README)\n"
+    "  --log          the component's log tree on standard error\n"
+    "  --verbose      the component's verbose logging (with --log)\n",
+    run,
+};

@@ -10,45 +10,15 @@
 #include "cert/CertCore.h"
 #include "revocation/OcspResponse.h"
 #include "revocation/OvCrl.h"
-#include "revocation/RevocationReason.h"
 #include "revocation/TbsCertList.h"
 #include "support/net/ClsHttp.h"
 #include "support/store/SystemCerts.h"
 #include "support/time/OrvaneSysTime.h"
+#include "tools/ovcert/OcspReport.h"
 #include "tools/ovcert/RevocationInput.h"
 #include "tools/ovcert/Shared.h"
 
 using nlohmann::ordered_json;
-
-namespace {
-
-int run(int argc, char** argv);
-
-}  // namespace
-
-const Command kStatusCommand = {
-    "status",
-    "is a certificate revoked? (OCSP, then its CRL)",
-    "usage: ovcert status CERT [--issuer FILE] [--cache DIR] [--json] [--log] [--verbose]\n"
-    "\n"
-    "Is CERT revoked? Asks the OCSP responder the certificate names first; when it\n"
-    "names none, or the answer cannot be trusted or says \"unknown\", reads the\n"
-    "certificate's CRL (kept in DIR when given, and read from there next time).\n"
-    "The issuer comes from --issuer, the rest of CERT's file, or CERT itself when\n"
-    "self-issued; both answers must be signed by it. Prints the answer, which\n"
-    "source gave it and how fresh it is.\n"
-    "\n"
-    "  --issuer FILE  the issuer certificate\n"
-    "  --cache DIR    keep downloaded CRLs in DIR (never expired: delete to refresh)\n"
-    "  --json         one JSON object: certStatus, source, url, revocationTime,\n"
-    "                 reason, thisUpdate, nextUpdate, ageSeconds, stale, tried\n"
-    "  --log          the component's log tree on standard error\n"
-    "  --verbose      the component's verbose logging (with --log)\n"
-    "\n"
-    "Exit status of this command: 0 good, 2 revoked, 3 undetermined (no source\n"
-    "answered), 1 error, a wrong command line included.\n",
-    run,
-};
 
 namespace {
 
@@ -64,20 +34,12 @@ struct StatusOptions {
 // A usage error exits with 1 ("error"), not the shared 2, which here means
 // revoked: a script must never read a typing mistake as a revocation.
 int parseOptions(int argc, char** argv, StatusOptions& o) {
-    for (int i = 1; i < argc; ++i) {
-        std::string a = argv[i];
-        if (takeCommonOption(a, o.common)) continue;
-        if ((a == "--issuer" || a == "--cache") && i + 1 < argc) {
-            (a == "--issuer" ? o.issuer : o.cache) = argv[++i];
-        } else if (a == "--json") {
-            o.json = true;
-        } else if (isOption(a) && a != "-") {
-            usageError(kStatusCommand, "unknown option " + a);
-            return kError;
-        } else {
-            o.files.push_back(a);
-        }
-    }
+    if (parseArgs(kStatusCommand, argc, argv, o.common,
+                  {{"--issuer", &o.issuer, nullptr},
+                   {"--cache", &o.cache, nullptr},
+                   {"--json", nullptr, &o.json}},
+                  o.files) != kExitOk)
+        return kError;
     if (!o.common.help && o.files.size() != 1) {
         usageError(kStatusCommand, "give exactly one CERT");
         return kError;
@@ -183,21 +145,13 @@ bool unixTime(const std::string& t, int64_t& out) {
     return true;
 }
 
-ordered_json textOrNull(const std::string& s) {
-    return s.empty() ? ordered_json(nullptr) : ordered_json(s);
-}
-
 ordered_json toJson(const Answer& a) {
     static const char* const kNames[] = {"good", "error", "revoked", "undetermined"};
     ordered_json j;
     j["certStatus"] = kNames[a.status];
     j["source"] = textOrNull(a.source);
     j["url"] = textOrNull(a.url);
-    j["revocationTime"] = textOrNull(a.revocationTime);
-    const char* reason = a.reason >= 0 ? revocation::reasonName(a.reason) : nullptr;
-    j["reason"] = reason ? ordered_json(reason) : ordered_json(nullptr);
-    j["thisUpdate"] = textOrNull(a.thisUpdate);
-    j["nextUpdate"] = textOrNull(a.nextUpdate);
+    addRevocationMembers(j, a.revocationTime, a.reason, a.thisUpdate, a.nextUpdate);
     OrvaneSysTime now;
     now.setCurrentTime();
     int64_t t = 0;
@@ -260,9 +214,8 @@ int run(int argc, char** argv) {
     std::string why;
     if (!o.issuer.empty() && !in.loadIssuer(o.issuer, why)) return fail(why, log);
     if (!in.loadCert(o.files[0], why)) return fail(why, log);
-    ClsHttp* http = ClsHttp::createNewCls();
+    RefPtr<ClsHttp> http = RefPtr<ClsHttp>::retain(ClsHttp::createNewCls());
     if (!http) return fail("out of memory", log);
-    http->incRefCount();
     // A status check should not hang for minutes on a dead server.
     http->put_ConnectTimeoutMs(10000);
     http->put_TimeoutMs(60000);
@@ -271,7 +224,7 @@ int run(int argc, char** argv) {
     Answer a;
     if (!askOcsp(*in.cert(), issuer, in.store(), *http, a, log))
         askCrl(*in.cert(), issuer, o.cache, *http, a, log);
-    http->decRefCount();
+    http.reset();
 
     ordered_json j = toJson(a);
     if (o.json)
@@ -283,3 +236,27 @@ int run(int argc, char** argv) {
 }
 
 }  // namespace
+
+const Command kStatusCommand = {
+    "status",
+    "is a certificate revoked? (OCSP, then its CRL)",
+    "usage: ovcert status CERT [--issuer FILE] [--cache DIR] [--json] [--log] [--verbose]\n"
+    "\n"
+    "Is CERT revoked? Asks the OCSP responder the certificate names first; when it\n"
+    "names none, or the answer cannot be trusted or says \"unknown\", reads the\n"
+    "certificate's CRL (kept in DIR when given, and read from there next time).\n"
+    "The issuer comes from --issuer, the rest of CERT's file, or CERT itself when\n"
+    "self-issued; both answers must be signed by it. Prints the answer, which\n"
+    "source gave it and how fresh it is.\n"
+    "\n"
+    "  --issuer FILE  the issuer certificate\n"
+    "  --cache DIR    keep downloaded CRLs in DIR (never expired: delete to refresh)\n"
+    "  --json         one JSON object: certStatus, source, url, revocationTime,\n"
+    "                 reason, thisUpdate, nextUpdate, ageSeconds, stale, tried\n"
+    "  --log          the component's log tree on standard error\n"
+    "  --verbose      the component's verbose logging (with --log)\n"
+    "\n"
+    "Exit status of this command: 0 good, 2 revoked, 3 undetermined (no source\n"
+    "answered), 1 error, a wrong command line included.\n",
+    run,
+};

@@ -68,12 +68,14 @@ bool readSecret(const std::string& envVar, const char* prompt, std::string& erro
     return true;
 }
 
+KeySources::KeySources(CertCore& cert, const KeyOptions& o) : m_cert(cert), m_opts(o) {}
+
 KeySources::~KeySources() {
     if (!m_session) return;
     m_cert.unlinkFromPkcs11Session();
     m_cert.m_smartCardPin.setSecureX(true);
     m_cert.m_smartCardPin.clear();
-    m_session->decRefCount();
+    m_session.reset();
 }
 
 bool KeySources::attach(LogBase& log, std::string& error) {
@@ -128,12 +130,11 @@ bool KeySources::attachToken(LogBase& log, std::string& error) {
         return false;
     }
     if (!readSecret(m_opts.pinEnv, "", error, pin)) return false;
-    m_session = ClsPkcs11::createNewCls();
+    m_session = RefPtr<ClsPkcs11>::retain(ClsPkcs11::createNewCls());
     if (!m_session) {
         error = "out of memory";
         return false;
     }
-    m_session->incRefCount();
     if (!m_session->loadModule(m_opts.module.c_str(), log) ||
         !m_session->openSession(m_opts.slot, false, log)) {
         error = m_opts.module + ": no token session could be opened";
@@ -143,7 +144,7 @@ bool KeySources::attachToken(LogBase& log, std::string& error) {
     // would; the summary's hasPrivateKey makes that call.
     m_cert.m_smartCardPin.setSecureX(true);
     m_cert.m_smartCardPin.copyFromX(pin);
-    m_cert.linkToPkcs11Session(m_session, 0, 0, 0, log);
+    m_cert.linkToPkcs11Session(m_session.get(), 0, 0, 0, log);
     return true;
 }
 

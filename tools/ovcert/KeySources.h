@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "support/base/RefPtr.h"
 #include "tools/ovcert/CertSummary.h"
 
 class CertCore;
@@ -27,7 +28,7 @@ struct KeyOptions {
 // inspection; the destructor unlinks the token session and wipes the PIN.
 class KeySources {
   public:
-    KeySources(CertCore& cert, const KeyOptions& o) : m_cert(cert), m_opts(o) {}
+    KeySources(CertCore& cert, const KeyOptions& o);
     ~KeySources();
     KeySources(const KeySources&) = delete;
     KeySources& operator=(const KeySources&) = delete;
@@ -50,7 +51,7 @@ class KeySources {
 
     CertCore& m_cert;
     const KeyOptions& m_opts;
-    ClsPkcs11* m_session = nullptr;
+    RefPtr<ClsPkcs11> m_session;
 };
 
 // Reads a secret from the environment variable, wiping the variable's value in

@@ -6,11 +6,24 @@
 using nlohmann::ordered_json;
 using revocation::OcspResponse;
 
-namespace {
-
 ordered_json textOrNull(const std::string& s) {
     return s.empty() ? ordered_json(nullptr) : ordered_json(s);
 }
+
+ordered_json reasonOrNull(int code) {
+    const char* name = code < 0 ? nullptr : revocation::reasonName(code);
+    return name ? ordered_json(name) : ordered_json(nullptr);
+}
+
+void addRevocationMembers(ordered_json& j, const std::string& revocationTime, int reason,
+                          const std::string& thisUpdate, const std::string& nextUpdate) {
+    j["revocationTime"] = textOrNull(revocationTime);
+    j["reason"] = reasonOrNull(reason);
+    j["thisUpdate"] = textOrNull(thisUpdate);
+    j["nextUpdate"] = textOrNull(nextUpdate);
+}
+
+namespace {
 
 std::string hex(DerInput b) {
     static const char* d = "0123456789ABCDEF";
@@ -24,11 +37,7 @@ ordered_json single(const revocation::OcspSingle& s) {
     ordered_json j;
     j["serial"] = hex(s.serial);
     j["certStatus"] = kStatus[static_cast<int>(s.status)];
-    j["revocationTime"] = textOrNull(s.revocationTime);
-    const char* reason = s.reason >= 0 ? revocation::reasonName(s.reason) : nullptr;
-    j["reason"] = reason ? ordered_json(reason) : ordered_json(nullptr);
-    j["thisUpdate"] = textOrNull(s.thisUpdate);
-    j["nextUpdate"] = textOrNull(s.nextUpdate);
+    addRevocationMembers(j, s.revocationTime, s.reason, s.thisUpdate, s.nextUpdate);
     return j;
 }
 

@@ -23,5 +23,17 @@ nlohmann::ordered_json ocspReport(const revocation::OcspResponse& r, int httpSta
                                   const revocation::OcspAsked* asked, CertCore* issuer,
                                   LogBase& log);
 
+// The members every revocation answer ends with, in this order:
+// revocationTime, reason (its name), thisUpdate, nextUpdate. An empty time
+// or a negative or unnamed reason is null.
+void addRevocationMembers(nlohmann::ordered_json& j, const std::string& revocationTime, int reason,
+                          const std::string& thisUpdate, const std::string& nextUpdate);
+
+// The name of a CRLReason code; null when negative or unnamed.
+nlohmann::ordered_json reasonOrNull(int code);
+
+// The text, or null when it is empty.
+nlohmann::ordered_json textOrNull(const std::string& s);
+
 // The same report as readable text lines.
 std::string ocspReportText(const nlohmann::ordered_json& report);

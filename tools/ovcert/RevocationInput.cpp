@@ -10,15 +10,11 @@ RevocationInput::RevocationInput(bool verbose) {
     m_log.verboseLogging = verbose ? 1 : 0;
 }
 
-RevocationInput::~RevocationInput() {
-    RefCountedObject::release(m_cert);
-    RefCountedObject::release(m_givenIssuer);
-    RefCountedObject::release(m_store);
-}
+RevocationInput::~RevocationInput() = default;
 
 bool RevocationInput::makeStore() {
-    if (!m_store && (m_store = new (std::nothrow) SystemCerts())) m_store->incRefCount();
-    return m_store != nullptr;
+    if (!m_store) m_store = RefPtr<SystemCerts>::retain(new (std::nothrow) SystemCerts());
+    return static_cast<bool>(m_store);
 }
 
 bool RevocationInput::loadIssuer(const std::string& file, std::string& why) {
@@ -26,10 +22,10 @@ bool RevocationInput::loadIssuer(const std::string& file, std::string& why) {
         why = "out of memory";
         return false;
     }
-    RefCountedObject::release(m_givenIssuer);
-    m_givenIssuer = CertCore::createFromFile2(file.c_str(), nullptr, m_log);
-    if (m_givenIssuer) m_givenIssuer->incRefCount();
-    if (m_givenIssuer && m_store->addCertificate(m_givenIssuer, m_log)) return true;
+    m_givenIssuer.reset();
+    m_givenIssuer =
+        RefPtr<CertCore>::retain(CertCore::createFromFile2(file.c_str(), nullptr, m_log));
+    if (m_givenIssuer && m_store->addCertificate(m_givenIssuer.get(), m_log)) return true;
     why = file + ": no certificate could be loaded from it";
     return false;
 }
@@ -44,19 +40,16 @@ bool RevocationInput::loadCert(const std::string& file, std::string& why) {
         why = file + ": " + why;
         return false;
     }
-    RefCountedObject::release(m_cert);
-    m_cert = CertCore::createFromBinary2(reinterpret_cast<const char*>(data.getData2()),
-                                         data.getSize(), m_store, m_log);
-    if (m_cert) {
-        m_cert->incRefCount();
-        return true;
-    }
+    m_cert.reset();
+    m_cert = RefPtr<CertCore>::retain(CertCore::createFromBinary2(
+        reinterpret_cast<const char*>(data.getData2()), data.getSize(), m_store.get(), m_log));
+    if (m_cert) return true;
     why = file + ": no certificate could be loaded from it";
     return false;
 }
 
 CertCore* RevocationInput::issuer() {
-    if (!m_cert) return m_givenIssuer;
+    if (!m_cert) return m_givenIssuer.get();
     LogNull quiet(m_log);
     return m_cert->findIssuerCertificate(*m_store, quiet);
 }

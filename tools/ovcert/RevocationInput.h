@@ -5,6 +5,7 @@
 #include <string>
 
 #include "support/base/LogBase.h"
+#include "support/base/RefPtr.h"
 
 class CertCore;
 class SystemCerts;
@@ -24,7 +25,7 @@ class RevocationInput {
     // a bundle go to the store. False (why says so) when none loads.
     bool loadCert(const std::string& file, std::string& why);
 
-    CertCore* cert() const { return m_cert; }
+    CertCore* cert() const { return m_cert.get(); }
     // The issuer: CERT itself when self-issued, else the store's certificate
     // that verifies CERT's signature; null when there is none. Without a CERT,
     // the issuer file's certificate (or null).
@@ -35,7 +36,7 @@ class RevocationInput {
   private:
     bool makeStore();
     LogTree m_log;
-    SystemCerts* m_store = nullptr;
-    CertCore* m_cert = nullptr;
-    CertCore* m_givenIssuer = nullptr;
+    RefPtr<SystemCerts> m_store;
+    RefPtr<CertCore> m_cert;
+    RefPtr<CertCore> m_givenIssuer;
 };

@@ -33,6 +33,30 @@ bool isOption(const std::string& arg) {
     return arg.size() > 1 && arg[0] == '-';
 }
 
+int parseArgs(const Command& cmd, int argc, char** argv, CommonOptions& common,
+              std::initializer_list<OptionSpec> specs, std::vector<std::string>& operands,
+              size_t maxOperands, const char* tooMany) {
+    for (int i = 1; i < argc; ++i) {
+        std::string a = argv[i];
+        if (takeCommonOption(a, common)) continue;
+        const OptionSpec* spec = nullptr;
+        for (const OptionSpec& s : specs)
+            if (a == s.name && (!s.value || i + 1 < argc)) spec = &s;
+        if (spec && spec->value) {
+            *spec->value = argv[++i];
+        } else if (spec) {
+            *spec->flag = true;
+        } else if (isOption(a)) {
+            return usageError(cmd, "unknown option " + a);
+        } else if (maxOperands && operands.size() == maxOperands) {
+            return usageError(cmd, tooMany);
+        } else {
+            operands.push_back(a);
+        }
+    }
+    return kExitOk;
+}
+
 int usageError(const Command& cmd, const std::string& message) {
     fprintf(stderr, "ovcert %s: %s\nTry 'ovcert help %s' for its usage.\n", cmd.name,
             message.c_str(), cmd.name);
@@ -134,19 +158,15 @@ LoadedInput::LoadedInput(std::string name, bool verbose) : m_name(std::move(name
     m_log.verboseLogging = verbose ? 1 : 0;
 }
 
-LoadedInput::~LoadedInput() {
-    if (m_cert) m_cert->decRefCount();
-    if (m_store) m_store->decRefCount();
-}
+LoadedInput::~LoadedInput() = default;
 
 bool LoadedInput::load(bool withStore) {
     if (withStore) {
-        m_store = new (std::nothrow) SystemCerts();
+        m_store = RefPtr<SystemCerts>::retain(new (std::nothrow) SystemCerts());
         if (!m_store) {
             m_failure = "out of memory";
             return false;
         }
-        m_store->incRefCount();
     }
     // The input may hold a private key's PEM text.
     DataBuffer data;
@@ -164,24 +184,24 @@ bool LoadedInput::load(bool withStore) {
             m_log.logError(m_failure.c_str());
             return false;
         }
-        m_cert = CertCore::createFromBinary2(reinterpret_cast<const char*>(data.getData2()),
-                                             data.getSize(), m_store, m_log);
+        m_cert = RefPtr<CertCore>::retain(CertCore::createFromBinary2(
+            reinterpret_cast<const char*>(data.getData2()), data.getSize(), m_store.get(), m_log));
     } else {
-        m_cert = CertCore::createFromFile2(m_name.c_str(), m_store, m_log);
+        m_cert = RefPtr<CertCore>::retain(
+            CertCore::createFromFile2(m_name.c_str(), m_store.get(), m_log));
         if (!m_cert && !readInput(m_name, data, m_failure)) return false;
     }
     if (!m_cert) {
         m_failure = explainLoadFailure(data, m_log);
         return false;
     }
-    m_cert->incRefCount();
     return true;
 }
 
 std::vector<CertCore*> LoadedInput::all() const {
     std::vector<CertCore*> out;
     if (!m_cert) return out;
-    out.push_back(m_cert);
+    out.push_back(m_cert.get());
     if (m_store)
         for (int i = 0; i < m_store->numCerts(); ++i) out.push_back(m_store->certAt(i));
     return out;

@@ -4,11 +4,14 @@
 // detection, printing the component's log tree, and the colour decision.
 #pragma once
 
+#include <cstddef>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
 #include "support/base/DataBuffer.h"
 #include "support/base/LogBase.h"
+#include "support/base/RefPtr.h"
 #include "tools/ovcert/Command.h"
 
 class CertCore;
@@ -27,6 +30,22 @@ bool takeCommonOption(const std::string& arg, CommonOptions& o);
 
 // Whether arg looks like an option ("-x", "--xy"); "-" alone is an operand.
 bool isOption(const std::string& arg);
+
+// One option of a subcommand beyond the common ones: "--name VALUE" when value
+// is set, a flag otherwise.
+struct OptionSpec {
+    const char* name;
+    std::string* value;
+    bool* flag;
+};
+
+// Walks argv[1..]: the common options, the subcommand's own, and operands,
+// which go to operands in order. An option missing its value counts as
+// unknown. With maxOperands, one operand more is refused on the spot with
+// tooMany. Returns kExitOk, or usageError's status.
+int parseArgs(const Command& cmd, int argc, char** argv, CommonOptions& common,
+              std::initializer_list<OptionSpec> specs, std::vector<std::string>& operands,
+              size_t maxOperands = 0, const char* tooMany = nullptr);
 
 // Prints "ovcert NAME: MESSAGE" and where to read the usage; returns kExitUsage.
 int usageError(const Command& cmd, const std::string& message);
@@ -69,7 +88,7 @@ class LoadedInput {
     LogTree& log() { return m_log; }
     // The certificate the component chose (the one carrying the private key in
     // a bundle with a key), or null before a successful load.
-    CertCore* chosen() const { return m_cert; }
+    CertCore* chosen() const { return m_cert.get(); }
     // The chosen certificate first, then the rest of the bundle in store order.
     std::vector<CertCore*> all() const;
 
@@ -77,6 +96,6 @@ class LoadedInput {
     std::string m_name;
     LogTree m_log;
     std::string m_failure;
-    SystemCerts* m_store = nullptr;
-    CertCore* m_cert = nullptr;
+    RefPtr<SystemCerts> m_store;
+    RefPtr<CertCore> m_cert;
 };

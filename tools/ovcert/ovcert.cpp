@@ -23,12 +23,8 @@ namespace {
 
 // The registry: one line per subcommand, in the order `ovcert help` lists them.
 const Command* const kCommands[] = {
-    &kInspectCommand,
-    &kConvertCommand,
-    &kDescribeCommand,
-    &kCrlCommand,
-    &kOcspCommand,
-    &kStatusCommand,
+    &kInspectCommand, &kConvertCommand, &kDescribeCommand,
+    &kCrlCommand,     &kOcspCommand,    &kStatusCommand,
 };
 
 const char kExitStatuses[] =

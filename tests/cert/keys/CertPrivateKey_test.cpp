@@ -153,11 +153,10 @@ TEST(CertPrivateKey, WhichLinkAnswersAndWhatItLogs) {
     const char* const useToken = "Will use the existing PKCS11 session for private key operations.";
     LogTree setup;
     CertRef cert(certtest::loadDer("rsa.der", setup));
-    ClsPkcs11* session = ClsPkcs11::createNewCls();  // no module: nothing to log in to
-    ClsJsonObject* json = ClsJsonObject::createNewCls();
+    // No module: nothing to log in to.
+    auto session = RefPtr<ClsPkcs11>::retain(ClsPkcs11::createNewCls());
+    auto json = RefPtr<ClsJsonObject>::retain(ClsJsonObject::createNewCls());
     ASSERT_TRUE(session && json && json->updateString("service", "x", setup));
-    json->incRefCount();
-    session->incRefCount();
 
     for (bool verbose : {false, true}) {
         SCOPED_TRACE(verbose ? "verbose" : "quiet");
@@ -173,7 +172,7 @@ TEST(CertPrivateKey, WhichLinkAnswersAndWhatItLogs) {
 
         // A token session without PIN: no login, the two warnings, true.
         log.clearLog();
-        cert->linkToPkcs11Session(session, 0, 0, 0, log);
+        cert->linkToPkcs11Session(session.get(), 0, 0, 0, log);
         EXPECT_TRUE(cert->hasPrivateKey(false, log));
         EXPECT_TRUE(log.hasInfo(warn1) && log.hasInfo(warn2)) << log.text();
         EXPECT_EQ(log.hasInfo(onToken), verbose);
@@ -204,14 +203,11 @@ TEST(CertPrivateKey, WhichLinkAnswersAndWhatItLogs) {
         // Undo all three for the next round; unlinking releases the reference.
         DataBuffer none;
         EXPECT_FALSE(cert->setPrivateKeyDer2(none, log));
-        ClsJsonObject* empty = ClsJsonObject::createNewCls();
+        auto empty = RefPtr<ClsJsonObject>::retain(ClsJsonObject::createNewCls());
         EXPECT_TRUE(cert->setCloudSigner(*empty, log) && !cert->m_cloudSigner);
-        RefCountedObject::release(empty);
         json->clear();
         ASSERT_TRUE(json->updateString("service", "x", setup));
         cert->unlinkFromPkcs11Session();
     }
     EXPECT_EQ(session->getRefCount(), 1) << "every link was released";
-    session->decRefCount();
-    json->decRefCount();
 }

@@ -35,21 +35,19 @@ CertCore* tokenCert(const std::string& name) {
 
 // A session on the test token holding one reference for the test.
 struct Session {
-    explicit Session(bool loggedIn) : p(ClsPkcs11::createNewCls()) {
-        p->incRefCount();
+    explicit Session(bool loggedIn) : p(RefPtr<ClsPkcs11>::retain(ClsPkcs11::createNewCls())) {
         LogTree log;
         EXPECT_TRUE(p->loadModule(softhsm::kModule, log) && p->openSession(-1, false, log) &&
                     (!loggedIn || p->login(ClsPkcs11::kUserNormal, softhsm::kPin, log)))
             << log.text();
     }
-    ~Session() { p->decRefCount(); }
     // The handle the token gives the certificate's key when asked directly.
     unsigned long keyOf(CertCore& cert) {
         LogNull log;
         int type = 0, size = 0;
         return p->findPrivKeyHandle(cert, true, type, size, log);
     }
-    ClsPkcs11* p;
+    RefPtr<ClsPkcs11> p;
 };
 
 // The certificate linked to a fresh session, with the PIN set as callers do.
@@ -57,7 +55,7 @@ void link(CertCore& cert, Session& s, const char* pin, int keyType = 0) {
     LogNull log;
     cert.m_smartCardPin.setSecureX(true);
     cert.m_smartCardPin.setFromUtf8(pin);
-    cert.linkToPkcs11Session(s.p, keyType, 0, 0, log);
+    cert.linkToPkcs11Session(s.p.get(), keyType, 0, 0, log);
 }
 
 class CertTokenKey : public ::testing::Test {
@@ -97,11 +95,11 @@ TEST_F(CertTokenKey, RightPinLogsInAndLinksTheHandle) {
     log.clearLog();
     EXPECT_TRUE(cert->hasPrivateKey(false, log));
     EXPECT_FALSE(log.hasInfo(kTrying)) << "a known handle needs no login";
-    cert->linkToPkcs11Session(s.p, 0, 0, handle + 1000, log);
+    cert->linkToPkcs11Session(s.p.get(), 0, 0, handle + 1000, log);
     EXPECT_EQ(cert->m_pkcs11PrivKeyHandle, handle);
     cert->unlinkFromPkcs11Session();
     EXPECT_EQ(cert->m_pkcs11PrivKeyHandle, 0u);
-    cert->linkToPkcs11Session(s.p, 0, 0, handle + 1000, log);
+    cert->linkToPkcs11Session(s.p.get(), 0, 0, handle + 1000, log);
     EXPECT_EQ(cert->m_pkcs11PrivKeyHandle, handle + 1000) << "a new link takes its handle";
     cert->unlinkFromPkcs11Session();
     EXPECT_EQ(s.p->getRefCount(), 1) << "every link was released";

@@ -30,17 +30,11 @@ std::string header(const HttpResult& r, const char* name) {
     return r.getHeaderField(name, sb) ? sb.getString() : "-";
 }
 
-class HttpPeerTest : public ::testing::Test {
+class HttpPeerTest : public ovtest::LoopbackServerTest<HttpPeerTest> {
   protected:
     static void SetUpTestSuite() {
-        // Straight to 127.0.0.1: a proxy from the environment must not get the requests.
-        for (const char* v : {"http_proxy", "HTTP_PROXY", "all_proxy", "ALL_PROXY"}) unsetenv(v);
-        if (!s_server.start(OV_SOURCE_DIR "/tests/support/net", "python3 http_test_server.py",
-                            s_port))
-            s_port.clear();
+        startServer(OV_SOURCE_DIR "/tests/support/net", "python3 http_test_server.py");
     }
-    void SetUp() override { ASSERT_FALSE(s_port.empty()) << "http_test_server.py did not start"; }
-    static std::string url(const std::string& path) { return "http://127.0.0.1:" + s_port + path; }
 
     // binaryRequest to the path: "status method-the-server-saw body @final-path",
     // or the error lines.
@@ -60,9 +54,6 @@ class HttpPeerTest : public ::testing::Test {
         return std::to_string(r.get_StatusCode()) + " " + header(r, "X-Echo-Method") + " " +
                ovtest::bytes(out) + " @" + std::string(at.getString()).substr(url("").size());
     }
-
-    static inline ovtest::PeerProcess s_server;  // stopped when the program ends
-    static inline std::string s_port;
 };
 
 struct RecordingProgress : ProgressEvent {

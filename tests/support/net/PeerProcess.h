@@ -3,6 +3,7 @@
 // process id when this object goes away.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <unistd.h>
@@ -46,6 +47,25 @@ class PeerProcess {
   private:
     std::unique_ptr<FILE, int (*)(FILE*)> m_out{nullptr, pclose};
     pid_t m_pid = -1;
+};
+
+// A suite whose tests share one loopback HTTP server: a script in dir that
+// prints its port as its first line, started once for the suite (Suite keeps
+// each suite's server apart) and stopped when the program ends. Proxies from
+// the environment are dropped so that requests go straight to 127.0.0.1.
+template <class Suite>
+class LoopbackServerTest : public ::testing::Test {
+  protected:
+    static void startServer(const std::string& dir, const std::string& command) {
+        for (const char* v : {"http_proxy", "HTTP_PROXY", "all_proxy", "ALL_PROXY"}) unsetenv(v);
+        s_command = command;
+        if (!s_server.start(dir, command, s_port)) s_port.clear();
+    }
+    void SetUp() override { ASSERT_FALSE(s_port.empty()) << s_command << " did not start"; }
+    static std::string url(const std::string& path) { return "http://127.0.0.1:" + s_port + path; }
+
+    static inline PeerProcess s_server;
+    static inline std::string s_port, s_command;
 };
 
 }  // namespace ovtest

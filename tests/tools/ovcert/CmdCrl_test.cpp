@@ -8,6 +8,7 @@
 
 #include "support/net/PeerProcess.h"
 #include "support_common/TestUtil.h"
+#include "tools/ovcert/OvcertRun.h"
 
 using nlohmann::json;
 
@@ -16,10 +17,7 @@ namespace {
 const std::string kCrl = std::string(OV_TEST_DATA_DIR) + "/crl/";
 
 json crlJson(const std::string& args, int* status = nullptr) {
-    std::string out;
-    int st = ovtest::run(std::string(OVCERT_BIN) + " crl " + args + " --json", &out);
-    if (status) *status = st;
-    return json::parse(out, nullptr, false);
+    return json::parse(ovcerttest::ovcert("crl " + args + " --json", status), nullptr, false);
 }
 
 // What the CRL says, read by its grammar: a v1 CRL's thisUpdate is its own,

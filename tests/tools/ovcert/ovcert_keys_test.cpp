@@ -7,28 +7,14 @@
 #include <string>
 
 #include "support_common/TestUtil.h"
+#include "tools/ovcert/OvcertRun.h"
 
 using nlohmann::json;
+using ovcerttest::RunResult;
 using ovtest::run;
 using ovtest::shq;
 
 namespace {
-
-struct Result {
-    int status = -1;
-    std::string out, err;
-};
-
-// Runs the tool with the environment assignments in env (VAR=value ...), its
-// standard input not a terminal.
-Result ovcert(const std::string& args, const std::string& env = "") {
-    ovtest::TempDir dir;
-    Result r;
-    r.status =
-        run(env + " " + OVCERT_BIN + " " + args + " </dev/null 2>" + shq(dir.file("err")), &r.out);
-    r.err = ovtest::readFile(dir.file("err"));
-    return r;
-}
 
 std::string certFile(const std::string& name) {
     return ovtest::dataPath("cert/" + name);
@@ -42,7 +28,7 @@ TEST(OvcertDescribe, JsonThatPythonReadsWithOpensslDates) {
     for (const char* name : {"rsa", "root", "ec", "inter", "ed25519"}) {
         SCOPED_TRACE(name);
         const std::string der = certFile(std::string(name) + ".der");
-        Result r = ovcert("describe " + shq(der));
+        RunResult r = ovcerttest::ovcertRun("describe " + shq(der));
         ASSERT_EQ(r.status, 0) << r.err;
         EXPECT_EQ(r.out, "{" + ovtest::readFile(certFile(std::string(name) + ".describe")) + "}\n");
         std::string fromPython, fromOpenssl;
@@ -59,9 +45,9 @@ TEST(OvcertDescribe, JsonThatPythonReadsWithOpensslDates) {
             &fromOpenssl);
         EXPECT_EQ(fromPython, fromOpenssl);
     }
-    Result bundle = ovcert("describe " + shq(certFile("chain-key-first.pem")));
+    RunResult bundle = ovcerttest::ovcertRun("describe " + shq(certFile("chain-key-first.pem")));
     EXPECT_EQ(std::count(bundle.out.begin(), bundle.out.end(), '\n'), 3) << "one per certificate";
-    EXPECT_EQ(ovcert("describe").status, 2);
+    EXPECT_EQ(ovcerttest::ovcertRun("describe").status, 2);
 }
 
 // A key file in any form attaches; whether it is the certificate's own key is
@@ -92,7 +78,7 @@ TEST(OvcertInspect, KeyFileAttachesAndSaysWhetherItMatches) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         const std::string& env = c.env;
-        Result r = ovcert(
+        RunResult r = ovcerttest::ovcertRun(
             "inspect --json --log --verbose " + c.args + " " + shq(certFile("rsa.der")), env);
         EXPECT_EQ(r.status, c.status) << r.err;
         json j = json::parse(r.out.substr(0, r.out.find('\n')));
@@ -125,14 +111,15 @@ TEST(OvcertInspect, TokenKeyThroughHasPrivateKey) {
                   &out),
               0);
     const std::string cert = shq(ovtest::dataPath("pkcs11/rsa_key.cert.der"));
-    Result r =
-        ovcert("inspect --json --log --verbose --pkcs11 " + module + " --pin-env OVPIN " + cert,
-               conf + " OVPIN=pin-5150");
+    RunResult r = ovcerttest::ovcertRun(
+        "inspect --json --log --verbose --pkcs11 " + module + " --pin-env OVPIN " + cert,
+        conf + " OVPIN=pin-5150");
     ASSERT_EQ(r.status, 0) << r.err;
     json j = json::parse(r.out.substr(0, r.out.find('\n')));
     EXPECT_EQ(j["hasPrivateKey"], true);
     EXPECT_EQ(j["tokenKeyHandleFound"], true);
     EXPECT_NE(r.err.find("pkcs11_login_success"), std::string::npos) << r.err;
     EXPECT_EQ((r.out + r.err).find("pin-5150"), std::string::npos) << "PIN shown";
-    EXPECT_EQ(ovcert("inspect --pkcs11 " + module + " " + cert).status, 2) << "no PIN variable";
+    EXPECT_EQ(ovcerttest::ovcertRun("inspect --pkcs11 " + module + " " + cert).status, 2)
+        << "no PIN variable";
 }

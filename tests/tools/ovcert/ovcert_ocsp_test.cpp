@@ -7,6 +7,7 @@
 
 #include "revocation/OcspTestPki.h"
 #include "support_common/TestUtil.h"
+#include "tools/ovcert/OvcertRun.h"
 
 using nlohmann::json;
 using ocsptest::pki;
@@ -14,16 +15,9 @@ using ovtest::shq;
 
 namespace {
 
-std::string ovcert(const std::string& args, int* status) {
-    std::string out;
-    *status = ovtest::run(
-        "cd " + shq(pki().dir().path()) + " && " + OVCERT_BIN + " " + args + " 2>/dev/null", &out);
-    return out;
-}
-
 json ovcertJson(const std::string& args, int want = 0) {
     int st = -1;
-    std::string out = ovcert(args + " --json", &st);
+    std::string out = ovcerttest::ovcert(args + " --json", &st, nullptr, pki().dir().path());
     EXPECT_EQ(want, st) << args;
     return json::parse(out, nullptr, false);
 }
@@ -86,7 +80,7 @@ TEST(OvcertOcsp, FailuresAndPointers) {
     };
     for (const Case& c : cases) {
         int st = -1;
-        ovcert(c.args, &st);
+        ovcerttest::ovcert(c.args, &st, nullptr, pki().dir().path());
         EXPECT_EQ(c.status, st) << c.args;
     }
     json j = ovcertJson("inspect good.pem");

@@ -8,6 +8,7 @@
 
 #include "revocation/OcspTestPki.h"
 #include "support_common/TestUtil.h"
+#include "tools/ovcert/OvcertRun.h"
 
 using nlohmann::json;
 using ocsptest::pki;
@@ -17,11 +18,9 @@ namespace {
 
 // Runs ovcert status on the leaf; the JSON answer, and the exit status in *st.
 json status(const std::string& leaf, const std::string& extra, int* st) {
-    std::string out;
-    *st = ovtest::run("cd " + shq(pki().dir().path()) + " && " + OVCERT_BIN + " status " + leaf +
-                          " --issuer ca.pem --json " + extra + " 2>/dev/null",
-                      &out);
-    return json::parse(out, nullptr, false);
+    return json::parse(ovcerttest::ovcert("status " + leaf + " --issuer ca.pem --json " + extra, st,
+                                          nullptr, pki().dir().path()),
+                       nullptr, false);
 }
 
 // Issues a copy of a leaf (same key and serial) naming the responder and CRL.
@@ -102,8 +101,6 @@ TEST(OvcertStatus, OcspFirstThenTheCrl) {
 TEST(OvcertStatus, CommandLineErrorsAreNotRevocations) {
     for (const char* args :
          {"status", "status a.pem b.pem", "status good.pem --nonsense", "status missing.pem"}) {
-        int st = ovtest::run("cd " + shq(pki().dir().path()) + " && " + OVCERT_BIN + " " + args +
-                             " 2>/dev/null");
-        EXPECT_EQ(1, st) << args;
+        EXPECT_EQ(1, ovcerttest::ovcertRun(args, "", pki().dir().path()).status) << args;
     }
 }

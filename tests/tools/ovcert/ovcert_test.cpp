@@ -11,22 +11,14 @@
 #include <vector>
 
 #include "support_common/TestUtil.h"
+#include "tools/ovcert/OvcertRun.h"
 
 using nlohmann::json;
+using ovcerttest::ovcert;
 using ovtest::run;
 using ovtest::shq;
 
 namespace {
-
-std::string ovcert(const std::string& args, int* status = nullptr, std::string* err = nullptr) {
-    std::string out;
-    ovtest::TempDir dir;
-    std::string errFile = dir.file("err");
-    int st = run(std::string(OVCERT_BIN) + " " + args + " 2>" + shq(errFile), &out);
-    if (status) *status = st;
-    if (err) *err = ovtest::readFile(errFile);
-    return out;
-}
 
 std::string oss(const std::string& file, const std::string& args) {
     std::string out;

@@ -98,10 +98,9 @@ bool OcspResponse::load(const unsigned char* p, size_t n, LogBase& log) {
     DerInput bytesEl;
     if (!resp.readOptional(der::contextConstructed(0), &bytesEl, &hasBytes) || resp.hasMore())
         return fail("The OCSP response is malformed.", log);
-    if (m_status != kSuccessful) {
-        if (hasBytes) return fail("An unsuccessful OCSP response carries a body.", log);
-        return true;
-    }
+    // An error status says all there is to say; a body some responders send
+    // with it anyway is not read.
+    if (m_status != kSuccessful) return true;
     //   ResponseBytes ::= SEQUENCE {
     //      responseType   OBJECT IDENTIFIER,
     //      response       OCTET STRING }
@@ -235,7 +234,7 @@ bool OcspResponse::readSingle(DerParser& responses, LogBase& log) {
         if (hasReason) {
             DerParser r(reasonEl);
             if (!r.read(der::kEnumerated, &reason) || r.hasMore() || reason.size() != 1 ||
-                reason[0] > 10)
+                (reason[0] & 0x80))
                 return fail("An OCSP revocation reason is malformed.", log);
             s.reason = reason[0];
         }

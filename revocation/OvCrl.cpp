@@ -95,10 +95,8 @@ bool _ovCrl::loadCrlDer(const DataBuffer& der, LogBase& log) {
     m_sbThisUpdate.clear();
     m_sbIssuerDn.clear();
     m_crlNumber = 0;
-    if (!m_der.append(der)) {
-        log.logError("Out of memory copying the CRL");
-        return failLoad(1, log);
-    }
+    // Out of memory: the one error line and number every failed load gives.
+    if (!m_der.append(der)) return failLoad(1, log);
 
     // The tree views m_der rather than copying it: a CRL of a million entries
     // is about 38 MB and is held once.

@@ -60,8 +60,9 @@ bool readCertificateList(DerInput der, CertificateList* out, const char** why) {
     *out = CertificateList();
     DerParser top(der);
     DerElement whole, tbsEl, sigAlg;
-    if (!top.readElement(der::kSequence, &whole) || top.hasMore())
-        return fail(why, "CRL is not one SEQUENCE");
+    // Bytes after the CertificateList are ignored, as the load ignores them: a
+    // CRL saved with a trailing newline must answer the same in both.
+    if (!top.readElement(der::kSequence, &whole)) return fail(why, "CRL is not one SEQUENCE");
     DerParser list(whole.contents);
     //   tbsCertList          TBSCertList,
     //   signatureAlgorithm   AlgorithmIdentifier,

@@ -85,30 +85,35 @@ TEST(OvCrl, LoadsAtFixedPositionsAndQueriesByGrammar) {
 }
 
 TEST(OvCrl, SerialLookupGivesDateAndReason) {
-    _ovCrl crl;
-    LogNull log;
-    ASSERT_TRUE(crl.loadCrlDer(fixture("v2.crl"), log));
-    struct Case {
-        std::vector<unsigned char> serial;
-        bool listed;
-        const char* date;
-        int reason;
-    } cases[] = {
-        {{0x10, 0x01}, true, "2024-01-01T00:00:00Z", 1},  // keyCompromise
-        {{0x10, 0x02}, true, "2024-01-01T00:01:00Z", 4},  // superseded
-        {{0x10, 0x03}, true, "2024-01-01T00:02:00Z", -1},
-        {{0x00, 0x00, 0x10, 0x01}, true, "2024-01-01T00:00:00Z", 1},  // leading zeros
-        {{0x10}, false, "", -1},                                      // a prefix only
-        {{0x10, 0x01, 0x00}, false, "", -1},
-        {{0x10, 0x04}, false, "", -1},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(static_cast<int>(&c - cases));
-        CrlRevocation r;
-        ASSERT_TRUE(crl.findSerial(c.serial.data(), static_cast<unsigned>(c.serial.size()), r));
-        EXPECT_EQ(r.listed, c.listed);
-        EXPECT_STREQ(r.revocationDate.getString(), c.date);
-        EXPECT_EQ(r.reason, c.reason);
+    // Also with a line end after the CRL, as files saved by hand have.
+    DataBuffer withNewline = fixture("v2.crl");
+    withNewline.append("\n", 1);
+    for (const DataBuffer& der : {fixture("v2.crl"), withNewline}) {
+        _ovCrl crl;
+        LogNull log;
+        ASSERT_TRUE(crl.loadCrlDer(der, log));
+        struct Case {
+            std::vector<unsigned char> serial;
+            bool listed;
+            const char* date;
+            int reason;
+        } cases[] = {
+            {{0x10, 0x01}, true, "2024-01-01T00:00:00Z", 1},  // keyCompromise
+            {{0x10, 0x02}, true, "2024-01-01T00:01:00Z", 4},  // superseded
+            {{0x10, 0x03}, true, "2024-01-01T00:02:00Z", -1},
+            {{0x00, 0x00, 0x10, 0x01}, true, "2024-01-01T00:00:00Z", 1},  // leading zeros
+            {{0x10}, false, "", -1},                                      // a prefix only
+            {{0x10, 0x01, 0x00}, false, "", -1},
+            {{0x10, 0x04}, false, "", -1},
+        };
+        for (const Case& c : cases) {
+            SCOPED_TRACE(static_cast<int>(&c - cases));
+            CrlRevocation r;
+            ASSERT_TRUE(crl.findSerial(c.serial.data(), static_cast<unsigned>(c.serial.size()), r));
+            EXPECT_EQ(r.listed, c.listed);
+            EXPECT_STREQ(r.revocationDate.getString(), c.date);
+            EXPECT_EQ(r.reason, c.reason);
+        }
     }
 }
 

@@ -90,7 +90,7 @@ TEST(OcspResponse, StatusesAndBodies) {
         {"tryLater", tlv(0x30, tlv(0x0a, {3})), "tryLater"},
         {"status 4 is unused", tlv(0x30, tlv(0x0a, {4})),
          "fail: The data is not an OCSP response."},
-        {"error with a body", tlv(0x30, cat({tlv(0x0a, {1}), tlv(0xa0, {})})), "internalError"},
+        {"error with a body", tlv(0x30, cat({tlv(0x0a, {1}), tlv(0xa0, {})})), "malformedRequest"},
         {"success without body", tlv(0x30, tlv(0x0a, {0})),
          "fail: The successful OCSP response has no response bytes."},
         {"other response type", response(single(5, good), {}, {}, "1.2.3"),

@@ -103,7 +103,8 @@ int run(int argc, char** argv) {
             status = kExitFailed;
             continue;
         }
-        fputs(loadNotes(file, in.log()).c_str(), stderr);
+        // With --key the caller is already attaching a key; the hint would be noise.
+        if (o.keys.keyFile.empty()) fputs(loadNotes(file, in.log()).c_str(), stderr);
         std::unique_ptr<KeySources> keys;
         if (o.keys.any()) {
             keys = std::make_unique<KeySources>(*in.chosen(), o.keys);
@@ -111,6 +112,8 @@ int run(int argc, char** argv) {
             if (!keys->attach(in.log(), why)) {
                 fprintf(stderr, "ovcert: %s\n", why.c_str());
                 status = kExitFailed;
+            } else {
+                keys->moveKeyToItsCertificate(in.all());
             }
         }
         std::vector<CertCore*> certs = in.all();

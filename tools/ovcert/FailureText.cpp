@@ -109,8 +109,7 @@ std::string loadNotes(const std::string& name, const LogTree& log) {
     if (log.hasInfo("Warning: encrypted private key skipped: no password was given."))
         out += "ovcert: " + name +
                ": note: holds an encrypted private key, which was not attached (no password); "
-               "to attach it, decrypt it (openssl pkey -in FILE -out key.pem) and put key.pem "
-               "in one file with the certificate\n";
+               "attach it with --key FILE --pass-env VAR (VAR holding the password)\n";
     if (log.hasInfo("Warning: encrypted private key skipped: it could not be decrypted."))
         out += "ovcert: " + name +
                ": note: holds an encrypted private key that could not be decrypted; it was "

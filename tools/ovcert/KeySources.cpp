@@ -68,7 +68,33 @@ bool readSecret(const std::string& envVar, const char* prompt, std::string& erro
     return true;
 }
 
-KeySources::KeySources(CertCore& cert, const KeyOptions& o) : m_cert(cert), m_opts(o) {}
+KeySources::KeySources(CertCore& cert, const KeyOptions& o)
+    : m_cert(cert), m_keyCert(&cert), m_opts(o) {}
+
+void KeySources::moveKeyToItsCertificate(const std::vector<CertCore*>& candidates) {
+    LogNull quiet;
+    if (m_opts.keyFile.empty() || !m_opts.module.empty() ||
+        m_cert.privateKeyMatchesCert(quiet) != CertCore::KeyMatch::Differs)
+        return;
+    DataBuffer der;
+    der.setSecure(true);
+    if (!m_cert.getPrivateKeyAsDER_noCryptoAPI(der, quiet)) return;
+    for (CertCore* c : candidates) {
+        if (c == &m_cert || c->hasPrivateKeyDer(quiet)) continue;
+        DataBuffer copy;
+        copy.setSecure(true);
+        copy.append(der);
+        if (!c->setPrivateKeyDer2(copy, quiet)) continue;
+        if (c->privateKeyMatchesCert(quiet) == CertCore::KeyMatch::Matches) {
+            DataBuffer none;
+            m_cert.setPrivateKeyDer2(none, quiet);  // clears; an empty key loads nothing
+            m_keyCert = c;
+            return;
+        }
+        DataBuffer none;
+        c->setPrivateKeyDer2(none, quiet);
+    }
+}
 
 KeySources::~KeySources() {
     if (!m_session) return;
@@ -152,7 +178,7 @@ void KeySources::report(CertSummary& summary) {
     LogNull quiet;
     if (!m_opts.keyFile.empty()) {
         const char* text = nullptr;
-        switch (m_cert.privateKeyMatchesCert(quiet)) {
+        switch (m_keyCert->privateKeyMatchesCert(quiet)) {
             case CertCore::KeyMatch::Matches:
                 summary.json["privateKeyMatches"] = true;
                 text = "yes";

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "support/base/RefPtr.h"
 #include "tools/ovcert/CertSummary.h"
@@ -37,19 +38,26 @@ class KeySources {
     // one line in error (and the reason in log), when that fails.
     bool attach(LogBase& log, std::string& error);
 
+    // A key file given with a bundle belongs to the certificate it matches, not
+    // necessarily the one the component chose: when the chosen one's public key
+    // differs, the key moves to the candidate whose key it is (if any). Token
+    // sessions stay where they were linked.
+    void moveKeyToItsCertificate(const std::vector<CertCore*>& candidates);
+
     // Adds what the sources found to an inspection's summary (after the
     // certificate's hasPrivateKey has run): "privateKeyMatches" (true, false,
     // or null when undecided; absent when no key was loaded) with --key,
     // "tokenKeyHandleFound" with --pkcs11; each with a text line.
     void report(CertSummary& summary);
 
-    CertCore* certificate() const { return &m_cert; }
+    CertCore* certificate() const { return m_keyCert; }
 
   private:
     bool attachKeyFile(LogBase& log, std::string& error);
     bool attachToken(LogBase& log, std::string& error);
 
-    CertCore& m_cert;
+    CertCore& m_cert;     // where the token session is linked
+    CertCore* m_keyCert;  // where the key file's key ended up
     const KeyOptions& m_opts;
     RefPtr<ClsPkcs11> m_session;
 };

@@ -58,23 +58,30 @@ bool ClsPkcs11::listSlots(bool tokenPresent, std::vector<unsigned long>& slotIds
     return false;
 }
 
+namespace {
+
+// A slot that cannot be used: what is wrong with it, and which one.
+bool slotRefused(LogBase& log, const char* why, CK_SLOT_ID slot) {
+    log.logError(why);
+    log.LogDataLong("slotId", static_cast<long>(slot));
+    return false;
+}
+
+}  // namespace
+
 bool ClsPkcs11::checkSlotHasToken(CK_SLOT_ID slot, LogBase& log) {
     CK_FUNCTION_LIST* fn = m_module.functions();
     CK_SLOT_INFO slotInfo;
     CK_RV rv = fn->C_GetSlotInfo(slot, &slotInfo);
     if (rv == CKR_SLOT_ID_INVALID) {
-        log.logError("The PKCS11 slot does not exist.");
-        log.LogDataLong("slotId", static_cast<long>(slot));
-        return false;
+        return slotRefused(log, "The PKCS11 slot does not exist.", slot);
     }
     if (rv != CKR_OK) {
         pkcs11LogFailure(log, "C_GetSlotInfo failed.", rv);
         return false;
     }
     if (!(slotInfo.flags & CKF_TOKEN_PRESENT)) {
-        log.logError("No token is present in the PKCS11 slot.");
-        log.LogDataLong("slotId", static_cast<long>(slot));
-        return false;
+        return slotRefused(log, "No token is present in the PKCS11 slot.", slot);
     }
     CK_TOKEN_INFO tokenInfo;
     rv = fn->C_GetTokenInfo(slot, &tokenInfo);
@@ -83,9 +90,7 @@ bool ClsPkcs11::checkSlotHasToken(CK_SLOT_ID slot, LogBase& log) {
         return false;
     }
     if (!(tokenInfo.flags & CKF_TOKEN_INITIALIZED)) {
-        log.logError("The token in the PKCS11 slot is not initialized.");
-        log.LogDataLong("slotId", static_cast<long>(slot));
-        return false;
+        return slotRefused(log, "The token in the PKCS11 slot is not initialized.", slot);
     }
     return true;
 }

@@ -97,34 +97,28 @@ TEST_F(CrlDownloadTest, CacheHoldsOnlySuccessfulDownloads) {
         "The HTTP object is not valid.  Perhaps your application already deleted it?"));
 }
 
-// The HTTP client's own lines reach the caller's log only with LOG_CRL_HTTP.
-TEST_F(CrlDownloadTest, HttpLogOnlyOnRequest) {
+// A body that never ends stops at the CRL cap (which still lets 100 MB CRLs
+// through), and nothing is cached. The HTTP client's own lines reach the
+// caller's log only with LOG_CRL_HTTP.
+TEST_F(CrlDownloadTest, EndlessBodyStopsAtTheCap) {
     for (bool keyword : {false, true}) {
+        SCOPED_TRACE(keyword);
+        ovtest::TempDir dir;
+        ClsHttp http;
+        DataBuffer der;
         LogTree log;
         if (keyword) log.logKeywords.append("LOG_CRL_HTTP");
-        DataBuffer der;
-        EXPECT_FALSE(fetch("/crl/missing.crl", "-", der, log));
+        EXPECT_FALSE(fetch("/endless", dir.path(), der, log, &http));
         std::string v;
         EXPECT_TRUE(log.findData("crl_url", v));
         EXPECT_EQ(log.findData("url", v), keyword);  // the client's value
         EXPECT_EQ(log.numErrors(), keyword ? 2 : 1) << log.text();
+        EXPECT_EQ(log.hasError("The response is larger than the maximum response size."), keyword);
+        EXPECT_EQ(log.findData("maxResponseSize", v) && v == std::to_string(_ovCrl::kMaxCrlSize),
+                  keyword);
+        EXPECT_TRUE(listDir(dir.path()).empty());
+        EXPECT_EQ(http.get_MaxResponseSize(), ClsHttp::kDefaultMaxResponseSize);  // restored
     }
-}
-
-// A body that never ends stops at the CRL cap (which still lets 100 MB CRLs
-// through), and nothing is cached.
-TEST_F(CrlDownloadTest, EndlessBodyStopsAtTheCap) {
-    ovtest::TempDir dir;
-    ClsHttp http;
-    DataBuffer der;
-    LogTree log;
-    log.logKeywords.append("LOG_CRL_HTTP");
-    EXPECT_FALSE(fetch("/endless", dir.path(), der, log, &http));
-    EXPECT_TRUE(log.hasError("The response is larger than the maximum response size."));
-    std::string cap;
-    EXPECT_TRUE(log.findData("maxResponseSize", cap) && cap == std::to_string(_ovCrl::kMaxCrlSize));
-    EXPECT_TRUE(listDir(dir.path()).empty());
-    EXPECT_EQ(http.get_MaxResponseSize(), ClsHttp::kDefaultMaxResponseSize);  // restored
 }
 
 // Two processes downloading one URL into one cache at once leave one whole

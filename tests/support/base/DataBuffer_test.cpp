@@ -23,14 +23,20 @@ bool allZero(const unsigned char* p, unsigned n) {
 }
 
 // secureClear wipes in place and keeps the memory (so we may look at it); a
-// secure buffer also wipes what shorten and clear drop, a plain one only
-// resets the size.
-TEST(DataBuffer, SecureBuffersWipeInPlace) {
+// secure buffer also wipes what shorten and clear drop, and the block it grows
+// out of before that goes back to the allocator (the hook sees each block just
+// before it is freed); a plain one only resets the size.
+TEST(DataBuffer, SecureBuffersWipeWhatTheyDrop) {
+    static std::vector<std::string> freed;
+    DataBuffer::s_beforeFree = [](const unsigned char* p, unsigned n) {
+        freed.emplace_back(reinterpret_cast<const char*>(p), n);
+    };
     for (bool secure : {true, false}) {
         SCOPED_TRACE(secure);
-        DataBuffer db, wiped;
+        DataBuffer db, wiped, grown;
         db.setSecure(secure);
         wiped.setSecure(secure);
+        grown.setSecure(secure);
         db.append("0123456789", 10);
         wiped.append("secret-key-bytes", 16);
         unsigned char *p = db.getDataRw(), *q = wiped.getDataRw();
@@ -43,25 +49,12 @@ TEST(DataBuffer, SecureBuffersWipeInPlace) {
         EXPECT_EQ(allZero(p + 6, 4), secure);
         db.clear();
         EXPECT_EQ(allZero(p, 6), secure);
-    }
-}
 
-// Growth moves the bytes to a larger block; the old one must not go back to the
-// allocator holding them. The hook sees each block just before it is freed.
-TEST(DataBuffer, SecureBufferWipesTheBlockItGrowsOutOf) {
-    static std::vector<std::string> freed;
-    DataBuffer::s_beforeFree = [](const unsigned char* p, unsigned n) {
-        freed.emplace_back(reinterpret_cast<const char*>(p), n);
-    };
-    for (bool secure : {true, false}) {
-        SCOPED_TRACE(secure);
+        ASSERT_TRUE(grown.append("secret-key-bytes", 16));
+        const unsigned char* first = grown.getData2();
         freed.clear();
-        DataBuffer db;
-        db.setSecure(secure);
-        ASSERT_TRUE(db.append("secret-key-bytes", 16));
-        const unsigned char* first = db.getData2();
-        ASSERT_TRUE(db.append(std::string(4096, 'k').data(), 4096));
-        ASSERT_NE(db.getData2(), first) << "the buffer did not move";
+        ASSERT_TRUE(grown.append(std::string(4096, 'k').data(), 4096));
+        ASSERT_NE(grown.getData2(), first) << "the buffer did not move";
         ASSERT_EQ(freed.size(), 1u);
         EXPECT_EQ(freed[0].find("secret"), secure ? std::string::npos : 0u);
         EXPECT_EQ(freed[0].find_first_not_of('\0') == std::string::npos, secure);

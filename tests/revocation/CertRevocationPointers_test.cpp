@@ -32,13 +32,11 @@ CertCore* certWith(const char* extOid, const Bytes& value) {
     std::string ext = value.empty() ? "" : std::string(" -addext ") + extOid + "=DER:" + hex(value);
     std::string cmd = "cd " + ovtest::shq(dir.path()) +
                       " && openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes "
-                      "-keyout k.pem -subj /CN=t -days 30 -outform DER -out c.der" +
+                      "-keyout k.pem -subj /CN=t -days 30 -out c.pem" +
                       ext + " 2>&1";
     EXPECT_EQ(0, ovtest::run(cmd)) << cmd;
-    std::string der = ovtest::readFile(dir.file("c.der"));
     LogNull log;
-    return CertCore::createFromDer2(reinterpret_cast<const unsigned char*>(der.data()),
-                                    static_cast<unsigned>(der.size()), nullptr, nullptr, log);
+    return CertCore::createFromFile2(dir.file("c.pem").c_str(), nullptr, log);
 }
 
 Bytes uri(const std::string& s) {
@@ -47,10 +45,7 @@ Bytes uri(const std::string& s) {
 // CRLDistributionPoints with one DistributionPoint per list of GeneralNames.
 Bytes dps(std::initializer_list<Bytes> fullNames) {
     Bytes all;
-    for (const Bytes& names : fullNames) {
-        Bytes dp = tlv(0x30, tlv(0xa0, tlv(0xa0, names)));
-        all.insert(all.end(), dp.begin(), dp.end());
-    }
+    for (const Bytes& names : fullNames) all = cat({all, tlv(0x30, tlv(0xa0, tlv(0xa0, names)))});
     return tlv(0x30, all);
 }
 Bytes access(const char* method, const Bytes& location) {

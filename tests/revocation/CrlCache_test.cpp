@@ -132,10 +132,8 @@ TEST_F(CrlDownloadTest, TwoProcessesLeaveOneWholeFile) {
         if (k == 0) {
             DataBuffer der;
             LogNull log;
-            _exit(fetch("/numbered/" + std::to_string(size), dir.path(), der, log) &&
-                          der.getSize() == size
-                      ? 0
-                      : 1);
+            const bool ok = fetch("/numbered/" + std::to_string(size), dir.path(), der, log);
+            _exit(ok && der.getSize() == size ? 0 : 1);
         }
     }
     for (pid_t k : kids) {

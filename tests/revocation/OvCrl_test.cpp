@@ -140,34 +140,16 @@ void lengthOffsets(DerInput in, size_t base, std::vector<size_t>& out, int depth
 // queries answer without reading past the bytes.
 TEST(OvCrl, DamagedInputFailsCleanly) {
     const std::string good = ovtest::bytes(fixture("v2.crl"));
-    std::vector<std::string> damaged;
-    for (size_t n = 0; n < good.size(); ++n) damaged.push_back(good.substr(0, n));
-    std::vector<size_t> offsets;
-    lengthOffsets(DerInput(reinterpret_cast<const unsigned char*>(good.data()), good.size()), 0,
-                  offsets);
-    ASSERT_GT(offsets.size(), 20u);
-    for (size_t off : offsets) {
-        std::string b = good;
-        // A long form's last octet, or the short form itself, one larger.
-        size_t last = (b[off] & 0x80) ? off + (b[off] & 0x7f) : off;
-        if (static_cast<unsigned char>(b[last]) == 0xff || b[off] == 0x7f)
-            b[off] = '\x84';  // then far past the end
-        else
-            ++b[last];
-        damaged.push_back(b);
-    }
     const std::set<std::string> known = {"0", "1",  "2",  "3",  "4",  "5",  "6",  "7",  "8",
                                          "9", "10", "11", "12", "14", "15", "16", "18", "19"};
     size_t failures = 0;
-    for (size_t i = 0; i < damaged.size(); ++i) {
-        SCOPED_TRACE(i);
+    auto load = [&](const std::string& der) {
         _ovCrl crl;
         LogTree log;
-        if (!crl.loadCrlDer(buf(damaged[i]), log)) {
+        if (!crl.loadCrlDer(buf(der), log)) {
             ++failures;
             EXPECT_EQ(known.count(errorNum(log)), 1u) << errorNum(log);
-            expectEmpty(crl);
-            continue;
+            return expectEmpty(crl);
         }
         CrlRevocation r;
         uint64_t n = 0;
@@ -175,8 +157,24 @@ TEST(OvCrl, DamagedInputFailsCleanly) {
         (void)crl.findSerial(reinterpret_cast<const unsigned char*>("\x10\x03"), 2, r);
         (void)crl.getEntryCount(n);
         (void)crl.getNextUpdate(next);
+    };
+    for (size_t n = 0; n < good.size(); ++n) load(good.substr(0, n));
+    EXPECT_EQ(failures, good.size());  // every truncation fails: the outer length no longer fits
+    std::vector<size_t> offsets;
+    lengthOffsets(DerInput(reinterpret_cast<const unsigned char*>(good.data()), good.size()), 0,
+                  offsets);
+    ASSERT_GT(offsets.size(), 20u);
+    for (size_t off : offsets) {
+        SCOPED_TRACE(off);
+        std::string b = good;
+        // A long form's last octet, or the short form itself, one larger.
+        size_t last = (b[off] & 0x80) ? off + (b[off] & 0x7f) : off;
+        if (static_cast<unsigned char>(b[last]) == 0xff || b[off] == 0x7f)
+            b[off] = '\x84';  // then far past the end
+        else
+            ++b[last];
+        load(b);
     }
-    EXPECT_GE(failures, good.size());  // every truncation fails (the outer length no longer fits)
 }
 
 TEST(OvCrl, SignatureChecksKeyNameAndBytes) {

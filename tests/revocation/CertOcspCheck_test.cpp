@@ -8,7 +8,6 @@
 
 #include <cstring>
 #include <set>
-#include <string>
 
 #include "OcspTestPki.h"
 #include "cert/CertTestUtil.h"
@@ -19,7 +18,6 @@
 
 using certtest::CertRef;
 using revocation::OcspAsked;
-using revocation::OcspCertStatus;
 using revocation::OcspResponse;
 using revocation::OcspSingle;
 
@@ -69,77 +67,64 @@ class CertOcspCheck : public ::testing::Test {
     OcspResponse m_resp;
 };
 
-// Each answer as openssl reads it; the nonce came back; the HTTP client logs
+// Each answer as openssl reads it, our nonce echoed in it, signed by the root
+// (by name or by key hash) or a delegated responder; a certificate without
+// id-kp-OCSPSigning or a key that is not the root's fails. The HTTP client logs
 // into our log only when asked to ("LOG_OCSP_HTTP", given for one leaf).
-TEST_F(CertOcspCheck, EachAnswerAsOpensslReadsIt) {
-    ovtest::PeerProcess responder;
-    const std::string url = pki().startResponder(responder, "ca");
-    ASSERT_FALSE(url.empty());
+TEST_F(CertOcspCheck, EachAnswerAsOpensslReadsItAndWhoSigned) {
+    using Sig = OcspResponse::Signature;
+    const char* cases[][4] = {
+        {"ca", "", "good", ""},
+        {"ca", "", "revoked", ""},
+        {"ca", "", "expired", ""},
+        {"ca", "-resp_key_id", "good", ""},
+        {"delegate", "", "good", ""},
+        {"delegate", "-resp_key_id", "good", ""},
+        {"plain", "", "good", "The OCSP responder certificate is not marked for OCSP signing."},
+        {"rogue", "", "good", "The OCSP response signature is not valid."},
+        {"delegate", "-resp_no_certs", "good",
+         "No certificate that may sign the OCSP response matches its responder ID."},
+    };
     std::set<std::string> nonces;
-    for (const char* leaf : {"good", "revoked", "expired"}) {
-        SCOPED_TRACE(leaf);
+    for (const auto& c : cases) {
+        const char *leaf = c[2], *error = c[3];
+        SCOPED_TRACE(std::string(c[0]) + " " + c[1] + " " + leaf);
+        ovtest::PeerProcess responder;
+        const std::string url = pki().startResponder(responder, c[0], c[1]);
+        ASSERT_FALSE(url.empty());
         LogTree log;
         const bool httpLog = !strcmp(leaf, "revoked");
         if (httpLog) log.logKeywords.append("X,LOG_OCSP_HTTP");
         ASSERT_TRUE(check(url, leaf, log)) << log.text();
         const OcspSingle* s = m_resp.find(m_sent);
+        std::string code, text, status[] = {"good", "revoked", "unknown"}, nonce;
         ASSERT_NE(s, nullptr);
-        std::string code, text, status[] = {"good", "revoked", "unknown"};
         EXPECT_TRUE(log.findData("ocspResponseStatusCode", code) && code == "200");
         EXPECT_EQ(httpLog, log.text().find("binaryRequest") != std::string::npos);
         ASSERT_TRUE(pki().sh("openssl ocsp -respin resp.der -resp_text -noverify", &text));
+        ASSERT_EQ(0, memcmp(m_sent.nonce.getData2(), "\x04\x10", 2));
+        for (unsigned char b : ovtest::bytes(m_sent.nonce))
+            nonce += {"0123456789ABCDEF"[b >> 4], "0123456789ABCDEF"[b & 15]};
         std::string want[] = {
             "Cert Status: " + status[static_cast<int>(s->status)],
-            "This Update: " + gmt(s->thisUpdate), "Next Update: " + gmt(s->nextUpdate),
+            "This Update: " + gmt(s->thisUpdate),
+            "Next Update: " + gmt(s->nextUpdate),
+            "OCSP Nonce: \n            " + nonce,
             httpLog ? "Revocation Time: " + gmt(s->revocationTime) : "",
             httpLog ? std::string("Revocation Reason: ") + revocation::reasonName(s->reason) + " "
                     : ""};
         for (const std::string& w : want) EXPECT_NE(text.find(w), std::string::npos) << w << text;
         EXPECT_EQ(OcspResponse::Nonce::Match, m_resp.nonce(m_sent));
-        EXPECT_EQ(OcspResponse::Signature::Valid, m_resp.verify(m_ca, log)) << log.text();
+        EXPECT_EQ(*error ? Sig::Invalid : Sig::Valid, m_resp.verify(m_ca, log)) << log.text();
+        EXPECT_TRUE(!*error || log.hasError(error)) << log.text();
+        EXPECT_EQ(Sig::Unchecked, m_resp.verify(nullptr, log));
         // The expired leaf is asked about all the same, with the warning.
         EXPECT_EQ(!strcmp(leaf, "expired"),
                   log.hasError("This certificate is expired. OCSP responder may give \"Request "
                                "unauthorized\" response."));
-        ASSERT_EQ(0, memcmp(m_sent.nonce.getData2(), "\x04\x10", 2));
         nonces.insert(ovtest::bytes(m_sent.nonce));
     }
-    EXPECT_EQ(3u, nonces.size()) << "a nonce was repeated";
-}
-
-// Who signed: the root by name or by key hash, a delegated responder; a
-// certificate without id-kp-OCSPSigning or a key that is not the root's fails.
-TEST_F(CertOcspCheck, SignerIsTheIssuerOrItsDelegate) {
-    using Sig = OcspResponse::Signature;
-    struct Case {
-        const char* signer;
-        const char* extra;
-        Sig want;
-        const char* error;
-    } cases[] = {
-        {"ca", "", Sig::Valid, ""},
-        {"ca", "-resp_key_id", Sig::Valid, ""},
-        {"delegate", "", Sig::Valid, ""},
-        {"delegate", "-resp_key_id", Sig::Valid, ""},
-        {"plain", "", Sig::Invalid,
-         "The OCSP responder certificate is not marked for OCSP signing."},
-        {"rogue", "", Sig::Invalid, "The OCSP response signature is not valid."},
-        {"delegate", "-resp_no_certs", Sig::Invalid,
-         "No certificate that may sign the OCSP response matches its responder ID."},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(std::string(c.signer) + " " + c.extra);
-        ovtest::PeerProcess responder;
-        const std::string url = pki().startResponder(responder, c.signer, c.extra);
-        ASSERT_FALSE(url.empty());
-        LogTree log;
-        ASSERT_TRUE(check(url, "good", log)) << log.text();
-        EXPECT_EQ(c.want, m_resp.verify(m_ca, log));
-        if (*c.error) {
-            EXPECT_TRUE(log.hasError(c.error)) << log.text();
-        }
-        EXPECT_EQ(Sig::Unchecked, m_resp.verify(nullptr, log));
-    }
+    EXPECT_EQ(nonces.size(), std::size(cases)) << "a nonce was repeated";
 }
 
 // A server that accepts the connection and never answers.

@@ -81,52 +81,37 @@ std::string read(const Bytes& der) {
 
 TEST(OcspResponse, StatusesAndBodies) {
     const Bytes good = tlv(0x80, {});
-    const std::string now = "this 2026-11-24T12:00:00Z";
-    struct Case {
-        const char* name;
-        Bytes der;
-        std::string want;
-    } cases[] = {
-        {"tryLater", tlv(0x30, tlv(0x0a, {3})), "tryLater"},
-        {"status 4 is unused", tlv(0x30, tlv(0x0a, {4})),
-         "fail: The data is not an OCSP response."},
-        {"error with a body", tlv(0x30, cat({tlv(0x0a, {1}), tlv(0xa0, {})})), "malformedRequest"},
-        {"success without body", tlv(0x30, tlv(0x0a, {0})),
-         "fail: The successful OCSP response has no response bytes."},
-        {"other response type", response(single(5, good), {}, {}, "1.2.3"),
-         "fail: The OCSP response is not a basic OCSP response."},
-        {"good", response(single(5, good)), "successful good " + now + " nonce absent"},
-        {"version v1 written out", response(single(5, good), {}, tlv(0xa0, tlv(0x02, {0}))),
-         "successful good " + now + " nonce absent"},
-        {"version v2", response(single(5, good), {}, tlv(0xa0, tlv(0x02, {1}))),
-         "fail: The OCSP response version is not 1."},
-        {"the asked serial among others",
-         response(cat({single(4, good), single(5, tlv(0x82, {})), single(6, good)})),
-         "successful unknown " + now + " nonce absent"},
-        {"revoked, reason, next update, fraction",
-         response(single(5, tlv(0xa1, cat({gt("20240101000000Z"), tlv(0xa0, tlv(0x0a, {6}))})),
-                         cat({gt("20261124120000.75Z"), tlv(0xa0, gt("20261201000000Z"))}))),
-         "successful revoked at 2024-01-01T00:00:00Z certificateHold " + now +
-             " next 2026-12-01T00:00:00Z nonce absent"},
-        {"reason past aACompromise",
-         response(single(5, tlv(0xa1, cat({gt("20240101000000Z"), tlv(0xa0, tlv(0x0a, {11}))})))),
-         "successful revoked at 2024-01-01T00:00:00Z 11 " + now + " nonce absent"},
-        {"negative reason",
-         response(single(5, tlv(0xa1, cat({gt("20240101000000Z"), tlv(0xa0, tlv(0x0a, {0x80}))})))),
-         "fail: An OCSP revocation reason is malformed."},
-        {"good with content", response(single(5, tlv(0x80, {0}))),
-         "fail: An OCSP certificate status is malformed."},
-        {"UTCTime this update", response(single(5, good, tlv(0x17, str("261124120000Z")))),
-         "fail: An OCSP single response is malformed."},
-        {"nonce echoed", response(single(5, good), nonceExt(0xab)),
-         "successful good " + now + " nonce match"},
-        {"other nonce", response(single(5, good), nonceExt(0xac)),
-         "successful good " + now + " nonce mismatch"},
+    auto revoked = [](unsigned char reason) {
+        return tlv(0xa1, cat({gt("20240101000000Z"), tlv(0xa0, tlv(0x0a, {reason}))}));
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(c.want, read(c.der));
-    }
+    const std::string now = "this 2026-11-24T12:00:00Z", isGood = "successful good " + now;
+    const std::string at = "successful revoked at 2024-01-01T00:00:00Z ";
+    const std::pair<Bytes, std::string> cases[] = {
+        {tlv(0x30, tlv(0x0a, {3})), "tryLater"},
+        {tlv(0x30, tlv(0x0a, {4})), "fail: The data is not an OCSP response."},  // unused
+        {tlv(0x30, cat({tlv(0x0a, {1}), tlv(0xa0, {})})), "malformedRequest"},   // error, body
+        {tlv(0x30, tlv(0x0a, {0})), "fail: The successful OCSP response has no response bytes."},
+        {response(single(5, good), {}, {}, "1.2.3"),
+         "fail: The OCSP response is not a basic OCSP response."},
+        {response(single(5, good)), isGood + " nonce absent"},
+        {response(single(5, good), {}, tlv(0xa0, tlv(0x02, {0}))), isGood + " nonce absent"},
+        {response(single(5, good), {}, tlv(0xa0, tlv(0x02, {1}))),
+         "fail: The OCSP response version is not 1."},
+        {response(cat({single(4, good), single(5, tlv(0x82, {})), single(6, good)})),
+         "successful unknown " + now + " nonce absent"},  // the asked serial among others
+        {response(single(5, revoked(6),                   // a fraction, a next update
+                         cat({gt("20261124120000.75Z"), tlv(0xa0, gt("20261201000000Z"))}))),
+         at + "certificateHold " + now + " next 2026-12-01T00:00:00Z nonce absent"},
+        {response(single(5, revoked(11))),
+         at + "11 " + now + " nonce absent"},  // past aACompromise
+        {response(single(5, revoked(0x80))), "fail: An OCSP revocation reason is malformed."},
+        {response(single(5, tlv(0x80, {0}))), "fail: An OCSP certificate status is malformed."},
+        {response(single(5, good, tlv(0x17, str("261124120000Z")))),  // UTCTime this update
+         "fail: An OCSP single response is malformed."},
+        {response(single(5, good), nonceExt(0xab)), isGood + " nonce match"},
+        {response(single(5, good), nonceExt(0xac)), isGood + " nonce mismatch"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(c.second, read(c.first)) << &c - cases;
 }
 
 // Every proper prefix of a real response fails, and a failed load leaves no

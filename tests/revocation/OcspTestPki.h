@@ -45,6 +45,7 @@ printf 'R\t351231235959Z\t240101000000Z,keyCompromise\t1002\tunknown\t/CN=revoke
         m_made = sh("sh make.sh");
     }
     bool made() const { return m_made; }
+    const ovtest::TempDir& dir() const { return m_dir; }
     std::string file(const std::string& name) const { return m_dir.file(name); }
 
     bool sh(const std::string& cmd, std::string* out = nullptr) const {

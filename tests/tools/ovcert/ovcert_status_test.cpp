@@ -12,25 +12,23 @@
 
 using nlohmann::json;
 using ocsptest::pki;
-using ovtest::shq;
+using ovcerttest::RunResult;
 
 namespace {
 
-// Runs ovcert status on the leaf; the JSON answer, and the exit status in *st.
-json status(const std::string& leaf, const std::string& extra, int* st) {
-    return json::parse(ovcerttest::ovcert("status " + leaf + " --issuer ca.pem --json " + extra, st,
-                                          nullptr, pki().dir().path()),
-                       nullptr, false);
+// ovcert in the test PKI's directory.
+RunResult inPki(const std::string& args) {
+    return ovcerttest::ovcertRun(args, "", pki().dir().path());
 }
 
-// Issues a copy of a leaf (same key and serial) naming the responder and CRL.
-bool reissue(const std::string& leaf, const std::string& serial, const std::string& as,
-             const std::string& ocsp, const std::string& crl) {
+// Issues s.pem, a copy of a leaf (same key and serial) naming the responder
+// and CRL.
+bool reissue(const std::string& leaf, const std::string& serial, const std::string& ocsp,
+             const std::string& crl) {
     return pki().sh("printf 'authorityInfoAccess=OCSP;URI:%s\\ncrlDistributionPoints=URI:%s\\n' " +
-                    shq(ocsp) + " " + shq(crl) +
-                    " > s.ext && openssl x509 -req -CA ca.pem -CAkey "
-                    "ca.key -in " +
-                    leaf + ".csr -out " + as + ".pem -set_serial " + serial + " -extfile s.ext");
+                    ovtest::shq(ocsp) + " " + ovtest::shq(crl) +
+                    " > s.ext && openssl x509 -req -CA ca.pem -CAkey ca.key -in " + leaf +
+                    ".csr -out s.pem -set_serial " + serial + " -extfile s.ext");
 }
 
 }  // namespace
@@ -38,7 +36,7 @@ bool reissue(const std::string& leaf, const std::string& serial, const std::stri
 TEST(OvcertStatus, OcspFirstThenTheCrl) {
     ASSERT_TRUE(pki().made());
     ASSERT_TRUE(
-        pki().sh("mkdir -p www && sed 's/db.txt/index.txt/' ca.cnf > crl.cnf && openssl "
+        pki().sh("mkdir -p www cache && sed 's/db.txt/index.txt/' ca.cnf > crl.cnf && openssl "
                  "ca -gencrl -config crl.cnf -cert ca.pem -keyfile ca.key -crldays 7 -out "
                  "crl.pem && openssl crl -in crl.pem -outform DER -out www/root.crl"));
     ovtest::PeerProcess responder;
@@ -49,13 +47,12 @@ TEST(OvcertStatus, OcspFirstThenTheCrl) {
         pki().dir().path(),
         "python3 -u -m http.server 0 --bind 127.0.0.1 --directory www 2>/dev/null", line))
         << line;
+    const size_t at = line.find(" port ") + 6;
     const std::string crl =
-        "http://127.0.0.1:" +
-        line.substr(line.find(" port ") + 6, line.find(" (") - line.find(" port ") - 6) +
-        "/root.crl";
+        "http://127.0.0.1:" + line.substr(at, line.find(" (") - at) + "/root.crl";
     const std::string dead = "http://127.0.0.1:9/";
+    const std::string status = "status s.pem --issuer ca.pem --json";
     struct Case {
-        const char* name;
         const char* leaf;
         const char* serial;
         bool ocspUp, crlUp;
@@ -64,20 +61,20 @@ TEST(OvcertStatus, OcspFirstThenTheCrl) {
         const char* source;
         size_t tried;
     } cases[] = {
-        {"good by ocsp", "good", "0xC0FFEE", true, true, 0, "good", "ocsp", 0},
-        {"revoked by ocsp", "revoked", "0x1002", true, true, 2, "revoked", "ocsp", 0},
-        {"revoked by crl", "revoked", "0x1002", false, true, 2, "revoked", "crl", 1},
-        {"good by crl", "good", "0xC0FFEE", false, true, 0, "good", "crl", 1},
-        {"unknown to ocsp", "expired", "0x3001", true, true, 0, "good", "crl", 1},
-        {"neither answers", "good", "0xC0FFEE", false, false, 3, "undetermined", nullptr, 2},
+        {"good", "0xC0FFEE", true, true, 0, "good", "ocsp", 0},
+        {"revoked", "0x1002", true, true, 2, "revoked", "ocsp", 0},
+        {"revoked", "0x1002", false, true, 2, "revoked", "crl", 1},
+        {"good", "0xC0FFEE", false, true, 0, "good", "crl", 1},
+        {"expired", "0x3001", true, true, 0, "good", "crl", 1},  // unknown to OCSP
+        {"good", "0xC0FFEE", false, false, 3, "undetermined", nullptr, 2},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        ASSERT_TRUE(reissue(c.leaf, c.serial, "s", c.ocspUp ? ocsp : dead, c.crlUp ? crl : dead));
-        int st = -1;
-        json j = status("s.pem", "", &st);
-        ASSERT_TRUE(j.is_object());
-        EXPECT_EQ(c.exit, st);
+        SCOPED_TRACE(std::string(c.leaf) + (c.ocspUp ? " ocsp" : "") + (c.crlUp ? " crl" : ""));
+        ASSERT_TRUE(reissue(c.leaf, c.serial, c.ocspUp ? ocsp : dead, c.crlUp ? crl : dead));
+        RunResult r = inPki(status);
+        json j = r.json();
+        ASSERT_TRUE(j.is_object()) << r.out << r.err;
+        EXPECT_EQ(c.exit, r.status);
         EXPECT_EQ(c.certStatus, j["certStatus"]);
         EXPECT_EQ(c.source ? json(c.source) : json(nullptr), j["source"]);
         EXPECT_EQ(c.tried, j["tried"].size()) << j.dump();
@@ -87,20 +84,18 @@ TEST(OvcertStatus, OcspFirstThenTheCrl) {
     }
 
     // A cached CRL answers once its server is gone; without the cache nothing does.
-    ASSERT_TRUE(reissue("revoked", "0x1002", "s", dead, crl) && pki().sh("mkdir -p cache"));
-    int st = -1;
-    status("s.pem", "--cache cache", &st);
-    ASSERT_EQ(2, st);
+    ASSERT_TRUE(reissue("revoked", "0x1002", dead, crl));
+    ASSERT_EQ(2, inPki(status + " --cache cache").status);
     web.reset();
-    EXPECT_EQ("crl", status("s.pem", "--cache cache", &st)["source"]);
-    EXPECT_EQ(2, st);
-    status("s.pem", "", &st);
-    EXPECT_EQ(3, st);
+    RunResult r = inPki(status + " --cache cache");
+    EXPECT_EQ(2, r.status);
+    EXPECT_EQ("crl", r.json()["source"]);
+    EXPECT_EQ(3, inPki(status).status);
 }
 
 TEST(OvcertStatus, CommandLineErrorsAreNotRevocations) {
     for (const char* args :
          {"status", "status a.pem b.pem", "status good.pem --nonsense", "status missing.pem"}) {
-        EXPECT_EQ(1, ovcerttest::ovcertRun(args, "", pki().dir().path()).status) << args;
+        EXPECT_EQ(1, inPki(args).status) << args;
     }
 }

@@ -10,6 +10,7 @@
 #include <regex>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "support_common/TestUtil.h"
@@ -190,10 +191,11 @@ TEST(OvcertInspect, JsonAgreesWithOpenssl) {
     }
 }
 
-// Certificates in forms openssl does not read; a chain with the leaf's key:
-// one JSON document, the leaf (the key's certificate) first; --jsonl gives the
-// same objects one per line.
-TEST(OvcertInspect, BundlesAndKeys) {
+// Certificates in forms openssl does not read, and from a pipe; a chain with
+// the leaf's key: one JSON document, the leaf (the key's certificate) first;
+// --jsonl gives the same objects one per line; an encrypted key is named on
+// standard error, with how to attach it.
+TEST(OvcertInspect, FormsBundlesAndKeys) {
     for (const char* f : {"cert/chain.p7b", "cert/ec-utf16le.b64"})
         EXPECT_EQ(ovcertRun("inspect --json " + data(f)).json()["keyType"], "ecdsa") << f;
     const std::string path = ovtest::dataPath("cert/chain-key-first.pem");
@@ -212,6 +214,15 @@ TEST(OvcertInspect, BundlesAndKeys) {
     std::string text = ovcertRun("inspect " + shq(path)).out;
     EXPECT_EQ(text.substr(0, text.find('\n')), path + ": 3 certificates");
     EXPECT_NE(text.find("Private key:     yes"), std::string::npos);
+    std::string out;  // standard input that is a pipe
+    ASSERT_EQ(run("cat " + data("cert/ec.der") + " | " + OVCERT_BIN + " inspect --json -", &out),
+              0);
+    EXPECT_EQ(json::parse(out)["subject"]["CN"], "ec.example.test");
+    RunResult r = ovcertRun("inspect " + data("cert/chain-encrypted-key.pem"));
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(r.err.find("holds an encrypted private key, which was not attached"),
+              std::string::npos);
+    EXPECT_NE(r.err.find("openssl pkey"), std::string::npos);
 }
 
 // Each input that yields no certificate gets one line saying what was found,
@@ -263,19 +274,6 @@ TEST(OvcertInspect, FailuresSayWhatWasFound) {
               std::string::npos);  // the component's log
 }
 
-TEST(OvcertInspect, StandardInputAndNotes) {
-    std::string out;
-    ASSERT_EQ(run("cat " + data("cert/ec.der") + " | " + OVCERT_BIN + " inspect --json -", &out),
-              0);
-    EXPECT_EQ(json::parse(out)["subject"]["CN"], "ec.example.test");
-    // The encrypted key is named on standard error, with how to attach it.
-    RunResult r = ovcertRun("inspect " + data("cert/chain-encrypted-key.pem"));
-    EXPECT_EQ(r.status, 0);
-    EXPECT_NE(r.err.find("holds an encrypted private key, which was not attached"),
-              std::string::npos);
-    EXPECT_NE(r.err.find("openssl pkey"), std::string::npos);
-}
-
 // A certificate that loads but whose subject cannot be read: the fields are
 // marked unreadable with the reason, never shown empty, and the exit status
 // says so.
@@ -303,40 +301,34 @@ TEST(OvcertInspect, UnreadableAnswersAreMarked) {
 // within 30 days, none otherwise; colour only on a terminal, and never with
 // NO_COLOR or --no-color.
 TEST(OvcertInspect, ValidityPhraseAndColour) {
-    // Valid from 2026-11-22T05:07:06Z to 2057-01-03T05:07:06Z.
-    struct Case {
-        const char* at;
-        const char* phrase;
-        const char* colour;  // "" for none
-        bool warns;
-    } cases[] = {
-        {"2056-11-23T05:07:06Z", "expires in 41 days", "", false},
-        {"2056-12-10T05:07:06Z", "expires in 24 days", "\033[33m", false},
-        {"2057-01-06T06:00:00Z", "expired 3 days ago", "\033[31m", true},
-        {"2026-11-20T05:07:06Z", "not valid before 2026-11-22T05:07:06Z (in 2 days)", "\033[31m",
-         true},
+    // Valid from 2026-11-22T05:07:06Z to 2057-01-03T05:07:06Z; at, phrase, colour.
+    const char* const cases[][3] = {
+        {"2056-11-23T05:07:06Z", "expires in 41 days", ""},
+        {"2056-12-10T05:07:06Z", "expires in 24 days", "\033[33m"},
+        {"2057-01-06T06:00:00Z", "expired 3 days ago", "\033[31m"},
+        {"2026-11-20T05:07:06Z", "not valid before 2026-11-22T05:07:06Z (in 2 days)", "\033[31m"},
     };
-    struct Mode {
-        std::string env, options;
-        bool tty, colours;
-    } modes[] = {{"", "", false, false},
-                 {"", "", true, true},
-                 {"NO_COLOR=1 ", "", true, false},
-                 {"", "--no-color ", true, false}};
-    for (const Case& c : cases) {
-        for (const Mode& m : modes) {
-            std::string cmd = std::string(OVCERT_BIN) + " inspect --at " + c.at + " " + m.options +
+    // Environment, options, on a terminal, colours allowed.
+    const std::tuple<std::string, std::string, bool, bool> modes[] = {
+        {"", "", false, false},
+        {"", "", true, true},
+        {"NO_COLOR=1 ", "", true, false},
+        {"", "--no-color ", true, false}};
+    for (const auto& [at, phrase, colour] : cases) {
+        for (const auto& [env, options, tty, colours] : modes) {
+            std::string cmd = std::string(OVCERT_BIN) + " inspect --at " + at + " " + options +
                               data("query/rsa.pem"),
                         out;
-            SCOPED_TRACE(m.env + (m.tty ? "terminal: " : "pipe: ") + cmd);
+            SCOPED_TRACE(env + (tty ? "terminal: " : "pipe: ") + cmd);
             // script(1) gives the tool a terminal as its standard output.
-            run(m.env + (m.tty ? "script -qec " + shq(cmd) + " /dev/null" : cmd), &out);
-            bool coloured = m.colours && *c.colour;
-            std::string want = coloured ? std::string(c.colour) + c.phrase + "\033[0m" : c.phrase;
+            run(env + (tty ? "script -qec " + shq(cmd) + " /dev/null" : cmd), &out);
+            bool coloured = colours && *colour;
+            std::string want = coloured ? std::string(colour) + phrase + "\033[0m" : phrase;
             EXPECT_NE(out.find("  (" + want + ")"), std::string::npos) << out;
             EXPECT_EQ(out.find('\033') != std::string::npos, coloured) << out;
-            EXPECT_EQ(out.find("Warning:         " + std::string(c.phrase)) != std::string::npos,
-                      c.warns);
+            // Red phrases are also warnings.
+            EXPECT_EQ(out.find("Warning:         " + std::string(phrase)) != std::string::npos,
+                      std::string(colour) == "\033[31m");
         }
     }
 }
@@ -428,19 +420,17 @@ TEST(OvcertTool, HelpVersionAndUsageErrors) {
         EXPECT_NE(r.out.find("Exit status:"), std::string::npos);
         EXPECT_EQ(ovcertRun(cmd + " --help").out, r.out.substr(0, r.out.find("\nExit")));
     }
-    struct Case {
-        const char* args;
-        const char* says;
-    } bad[] = {{"frobnicate", "'ovcert help' lists"},
-               {"help frobnicate", "no command named frobnicate"},
-               {"inspect --bogus x", "Try 'ovcert help inspect'"},
-               {"inspect", "no FILE given"},
-               {"inspect --at tomorrow x", "--at takes a UTC time"},
-               {"convert x --to txt", "--to takes der, pem or pkipath"}};
-    for (const Case& c : bad) {
-        r = ovcertRun(c.args);
-        EXPECT_EQ(r.status, 2) << c.args;
-        EXPECT_NE(r.err.find(c.says), std::string::npos) << r.err;
+    const std::pair<const char*, const char*> bad[] = {
+        {"frobnicate", "'ovcert help' lists"},
+        {"help frobnicate", "no command named frobnicate"},
+        {"inspect --bogus x", "Try 'ovcert help inspect'"},
+        {"inspect", "no FILE given"},
+        {"inspect --at tomorrow x", "--at takes a UTC time"},
+        {"convert x --to txt", "--to takes der, pem or pkipath"}};
+    for (const auto& [args, says] : bad) {
+        r = ovcertRun(args);
+        EXPECT_EQ(r.status, 2) << args;
+        EXPECT_NE(r.err.find(says), std::string::npos) << r.err;
     }
 }
 

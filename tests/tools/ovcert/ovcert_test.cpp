@@ -274,18 +274,25 @@ TEST(OvcertInspect, FailuresSayWhatWasFound) {
               std::string::npos);  // the component's log
 }
 
+// A self-signed certificate that openssl req makes in dir with args and the
+// given distinguished-name section.
+std::string makeCert(const ovtest::TempDir& dir, const std::string& args,
+                     const std::string& dn = "CN=made\n") {
+    ovtest::writeFile(dir.file("req.cnf"), "[req]\ndistinguished_name=dn\nprompt=no\n[dn]\n" + dn);
+    EXPECT_EQ(run("openssl req -x509 -nodes -days 400 -keyout /dev/null " + args + " -out " +
+                  shq(dir.file("c.pem")) + " -config " + shq(dir.file("req.cnf"))),
+              0);
+    return dir.file("c.pem");
+}
+
 // A certificate that loads but whose subject cannot be read: the fields are
 // marked unreadable with the reason, never shown empty, and the exit status
 // says so.
 TEST(OvcertInspect, UnreadableAnswersAreMarked) {
     ovtest::TempDir dir;
-    std::string cnf = "[req]\ndistinguished_name=dn\nprompt=no\n[dn]\n";
-    for (int i = 0; i < 20000; ++i) cnf += std::to_string(i) + ".OU=u\n";
-    ovtest::writeFile(dir.file("many.cnf"), cnf + "CN=many\n");
-    const std::string c = shq(dir.file("c.pem"));
-    ASSERT_EQ(run("openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout " +
-                  shq(dir.file("k")) + " -out " + c + " -config " + shq(dir.file("many.cnf"))),
-              0);
+    std::string dn;
+    for (int i = 0; i < 20000; ++i) dn += std::to_string(i) + ".OU=u\n";
+    const std::string c = shq(makeCert(dir, "-newkey ec -pkeyopt ec_paramgen_curve:P-256", dn));
     RunResult r = ovcertRun("inspect --json " + c);
     json j = r.json();
     EXPECT_EQ(r.status, 3);
@@ -336,14 +343,7 @@ TEST(OvcertInspect, ValidityPhraseAndColour) {
 // What a reviewer would flag, on certificates made for the purpose; the rest
 // of their answers is also checked against openssl.
 TEST(OvcertInspect, ReviewerWarnings) {
-    ovtest::TempDir dir;
-    const std::string f = dir.file("c.pem");
-    ovtest::writeFile(dir.file("min.cnf"),
-                      "[req]\ndistinguished_name=dn\nprompt=no\n[dn]\nCN=made\n");
-    struct Case {
-        const char* args;
-        std::vector<std::string> warnings;
-    } cases[] = {
+    const std::pair<const char*, std::vector<std::string>> cases[] = {
         {"-newkey rsa:1024 -sha1",
          {"signed with SHA-1, which is broken", "RSA key of 1024 bits (under 2048)",
           "leaf certificate without subject alternative names"}},
@@ -357,13 +357,12 @@ TEST(OvcertInspect, ReviewerWarnings) {
          "basicConstraints=critical,CA:TRUE,pathlen:2",
          {}},  // a CA needs no SAN
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.args);
-        ASSERT_EQ(run(std::string("openssl req -x509 -nodes -days 400 -keyout /dev/null ") +
-                      c.args + " -out " + shq(f) + " -config " + shq(dir.file("min.cnf"))),
-                  0);
+    for (const auto& [args, warnings] : cases) {
+        SCOPED_TRACE(args);
+        ovtest::TempDir dir;
+        const std::string f = makeCert(dir, args);
         json j = ovcertRun("inspect --json " + shq(f)).json();
-        EXPECT_EQ(j["warnings"], json(c.warnings));
+        EXPECT_EQ(j["warnings"], json(warnings));
         expectAgreesWithOpenssl(f, j);
     }
 }
@@ -383,10 +382,7 @@ TEST(OvcertInspect, ChainTree) {
             " && openssl x509 -req -in L.csr -CA A.self -CAkey kA -out L.pem"
             " && cat L.pem A.pem B.pem > all.pem"),
         0);
-    struct Case {
-        std::string path;
-        const char* tree;
-    } cases[] = {
+    const std::pair<std::string, const char*> cases[] = {
         {ovtest::dataPath("cert/chain-key-middle.pem"),
          "3 certificates\n"
          "CN=rsa.example.test, O=Orvane Test, C=DE  [private key]\n"
@@ -400,10 +396,10 @@ TEST(OvcertInspect, ChainTree) {
         {dir.file("all.pem"),
          "3 certificates\nCN=L\n└─ CN=A\n   └─ CN=B\n      └─ CN=A  (shown above)\n"},
     };
-    for (const Case& c : cases)
-        EXPECT_EQ(ovcertRun("inspect --chain " + shq(c.path)).out, c.path + ": " + c.tree);
+    for (const auto& [path, tree] : cases)
+        EXPECT_EQ(ovcertRun("inspect --chain " + shq(path)).out, path + ": " + tree);
     std::vector<json> issuers;
-    for (const json& c : ovcertRun("inspect --json --chain " + shq(cases[0].path)).json())
+    for (const json& c : ovcertRun("inspect --json --chain " + shq(cases[0].first)).json())
         issuers.push_back(c["chainIssuer"]);
     EXPECT_EQ(json(issuers), json::parse("[1, 2, 2]"));
 }

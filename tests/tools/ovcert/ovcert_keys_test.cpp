@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <tuple>
 
 #include "support_common/TestUtil.h"
 #include "tools/ovcert/OvcertRun.h"
@@ -58,11 +59,9 @@ TEST(OvcertInspect, KeyFileAttachesAndSaysWhetherItMatches) {
     ASSERT_EQ(run("openssl pkcs8 -topk8 -nocrypt -outform DER -in " + cert("rsa.key") + " -out " +
                   shq(dir.file("rsa.p8"))),
               0);
-    struct Case {
-        std::string args, env;  // rsa-enc.key's password is "secret"
-        int status;             // 0: the key is attached
-        json matches;
-    } const cases[] = {
+    // Key options, environment, exit status (0: the key is attached), whether it
+    // matches; rsa-enc.key's password is "secret".
+    const std::tuple<std::string, std::string, int, json> cases[] = {
         {cert("rsa.key"), "", 0, true},
         {shq(dir.file("rsa.p8")), "", 0, true},
         {cert("ec.key"), "", 0, false},
@@ -70,17 +69,17 @@ TEST(OvcertInspect, KeyFileAttachesAndSaysWhetherItMatches) {
         {cert("rsa-enc.key") + " --pass-env OVPW", "OVPW=wrong-2718", 1, nullptr},
         {cert("rsa-enc.key"), "", 1, nullptr},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.env + " " + c.args);
-        RunResult r = ovcertRun(
-            "inspect --json --log --verbose --key " + c.args + " " + cert("rsa.der"), c.env);
-        EXPECT_EQ(r.status, c.status) << r.err;
+    for (const auto& [args, env, status, matches] : cases) {
+        SCOPED_TRACE(env + " " + args);
+        RunResult r =
+            ovcertRun("inspect --json --log --verbose --key " + args + " " + cert("rsa.der"), env);
+        EXPECT_EQ(r.status, status) << r.err;
         json j = r.json();
-        EXPECT_EQ(j["hasPrivateKey"], c.status == 0);
+        EXPECT_EQ(j["hasPrivateKey"], status == 0);
         EXPECT_EQ(j.contains("privateKeyMatches") ? j["privateKeyMatches"] : json(nullptr),
-                  c.matches);
-        if (!c.env.empty())
-            EXPECT_EQ((r.out + r.err).find(c.env.substr(5)), std::string::npos) << "password shown";
+                  matches);
+        if (!env.empty())
+            EXPECT_EQ((r.out + r.err).find(env.substr(5)), std::string::npos) << "password shown";
     }
 }
 
@@ -92,11 +91,10 @@ TEST(OvcertInspect, TokenKeyThroughHasPrivateKey) {
     ovtest::writeFile(dir.file("conf"), "directories.tokendir = " + dir.file("") +
                                             "\nobjectstore.backend = file\nlog.level = ERROR\n");
     const std::string conf = "SOFTHSM2_CONF=" + shq(dir.file("conf"));
-    ASSERT_EQ(run(conf +
-                  " softhsm2-util --init-token --free --label t --pin pin-5150 --so-pin "
-                  "so-9911 >/dev/null && " +
-                  conf + " pkcs11-tool --module " + module +
-                  " --token-label t --login --pin pin-5150 --write-object " +
+    ASSERT_EQ(run("export " + conf +
+                  " && softhsm2-util --init-token --free --label t --pin pin-5150 --so-pin "
+                  "so-9911 >/dev/null && pkcs11-tool --module " +
+                  module + " --token-label t --login --pin pin-5150 --write-object " +
                   shq(ovtest::dataPath("pkcs11/rsa_key.key.der")) +
                   " --type privkey --id b1 >/dev/null 2>&1"),
               0);
@@ -106,8 +104,7 @@ TEST(OvcertInspect, TokenKeyThroughHasPrivateKey) {
                   conf + " OVPIN=pin-5150");
     ASSERT_EQ(r.status, 0) << r.err;
     json j = r.json();
-    EXPECT_EQ(j["hasPrivateKey"], true);
-    EXPECT_EQ(j["tokenKeyHandleFound"], true);
+    EXPECT_TRUE(j["hasPrivateKey"] == true && j["tokenKeyHandleFound"] == true) << j;
     EXPECT_NE(r.err.find("pkcs11_login_success"), std::string::npos) << r.err;
     EXPECT_EQ((r.out + r.err).find("pin-5150"), std::string::npos) << "PIN shown";
     EXPECT_EQ(ovcertRun("inspect --pkcs11 " + module + " " + cert).status, 2) << "no PIN variable";

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <set>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -205,11 +206,10 @@ TEST(OvcertInspect, FormsBundlesAndKeys) {
     std::vector<bool> keys;
     for (const json& c : doc) keys.push_back(c["hasPrivateKey"]);
     EXPECT_EQ(keys, (std::vector<bool>{true, false, false}));
-    std::string lines = ovcertRun("inspect --jsonl " + shq(path)).out;
-    std::vector<json> objs;
-    for (size_t pos = 0, nl; (nl = lines.find('\n', pos)) != std::string::npos; pos = nl + 1)
-        objs.push_back(json::parse(lines.substr(pos, nl - pos)));
-    EXPECT_EQ(json(objs), doc);
+    std::istringstream lines(ovcertRun("inspect --jsonl " + shq(path)).out);
+    json objs = json::array();
+    for (std::string line; std::getline(lines, line);) objs.push_back(json::parse(line));
+    EXPECT_EQ(objs, doc);
     // Text: a count line first, and the key's certificate says so.
     std::string text = ovcertRun("inspect " + shq(path)).out;
     EXPECT_EQ(text.substr(0, text.find('\n')), path + ": 3 certificates");

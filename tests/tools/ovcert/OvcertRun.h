@@ -1,6 +1,7 @@
 // Runs the ovcert binary under test, as every test of the tool does.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "support_common/TestUtil.h"
@@ -10,6 +11,8 @@ namespace ovcerttest {
 struct RunResult {
     int status = -1;
     std::string out, err;
+    // Standard output read as JSON (a discarded value when it is none).
+    nlohmann::json json() const { return nlohmann::json::parse(out, nullptr, false); }
 };
 
 // ovcert with args (shell words; a redirection of standard input in them wins
@@ -25,16 +28,6 @@ inline RunResult ovcertRun(const std::string& args, const std::string& env = "",
         &r.out);
     r.err = ovtest::readFile(tmp.file("err"));
     return r;
-}
-
-// The same, for the callers that want standard output and, when asked, the
-// exit status and standard error.
-inline std::string ovcert(const std::string& args, int* status = nullptr,
-                          std::string* err = nullptr, const std::string& dir = "") {
-    RunResult r = ovcertRun(args, "", dir);
-    if (status) *status = r.status;
-    if (err) *err = r.err;
-    return r.out;
 }
 
 }  // namespace ovcerttest

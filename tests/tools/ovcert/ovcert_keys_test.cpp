@@ -83,6 +83,22 @@ TEST(OvcertInspect, KeyFileAttachesAndSaysWhetherItMatches) {
     }
 }
 
+// In a bundle the key goes to the certificate whose key it is, not to the one
+// the component happened to choose (here the intermediate, listed first).
+TEST(OvcertInspect, KeyFileFindsItsCertificateInABundle) {
+    RunResult r = ovcertRun("inspect --json --key " + cert("rsa.key") + " " +
+                            cert("chain-encrypted-key.pem"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    int carriers = 0;
+    for (const json& c : r.json()) {
+        if (c["hasPrivateKey"] != true) continue;
+        ++carriers;
+        EXPECT_EQ(c["subject"]["CN"], "rsa.example.test");
+        EXPECT_EQ(c["privateKeyMatches"], true);
+    }
+    EXPECT_EQ(carriers, 1);
+}
+
 // The token path is the certificate's own hasPrivateKey: it logs in and finds
 // the handle; the PIN shows nowhere.
 TEST(OvcertInspect, TokenKeyThroughHasPrivateKey) {

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "cert/CertTestUtil.h"
-#include "support/base/ContentCoding.h"
 #include "support/pkcs11/SoftHsmToken.h"
 
 using certtest::CertRef;
@@ -22,9 +21,9 @@ const char* const kWarn2 =
     "w/ PKCS11, the private key handle can only be acquired in a PIN authenticated session.";
 const char* const kAvailable = "Private key is available on smart card or USB token via PKCS11.";
 
-// tests/data/pkcs11/<name>.cert.der as a certificate object (count 0).
-CertCore* tokenCert(const std::string& name) {
-    const std::string der = ovtest::readFile(ovtest::dataPath("pkcs11/" + name + ".cert.der"));
+// The certificate of the token's rsa_key (count 0), and that key's PKCS#1 DER.
+CertCore* tokenCert() {
+    const std::string der = softhsm::data("rsa_key.cert.der");
     LogTree log;
     CertCore* cert =
         CertCore::createFromDer2(reinterpret_cast<const unsigned char*>(der.data()),
@@ -32,14 +31,23 @@ CertCore* tokenCert(const std::string& name) {
     EXPECT_NE(cert, nullptr) << log.text();
     return cert ? cert : CertCore::createNewCert();
 }
+DataBuffer tokenKey() {
+    const std::string der = softhsm::data("rsa_key.key.der");
+    DataBuffer db;
+    db.append(der.data(), static_cast<unsigned>(der.size()));
+    return db;
+}
 
-// A session on the test token holding one reference for the test.
+// A session on the test token, the certificate linked to it with the PIN set as
+// callers do.
 struct Session {
-    explicit Session(bool loggedIn) : p(RefPtr<ClsPkcs11>::retain(ClsPkcs11::createNewCls())) {
-        LogTree log;
-        EXPECT_TRUE(p->loadModule(softhsm::kModule, log) && p->openSession(-1, false, log) &&
-                    (!loggedIn || p->login(ClsPkcs11::kUserNormal, softhsm::kPin, log)))
-            << log.text();
+    Session(CertCore& cert, bool loggedIn, const char* pin, int keyType = 0)
+        : p(RefPtr<ClsPkcs11>::retain(ClsPkcs11::createNewCls())) {
+        softhsm::open(*p, loggedIn);
+        LogNull log;
+        cert.m_smartCardPin.setSecureX(true);
+        cert.m_smartCardPin.setFromUtf8(pin);
+        cert.linkToPkcs11Session(p.get(), keyType, 0, 0, log);
     }
     // The handle the token gives the certificate's key when asked directly.
     unsigned long keyOf(CertCore& cert) {
@@ -49,14 +57,6 @@ struct Session {
     }
     RefPtr<ClsPkcs11> p;
 };
-
-// The certificate linked to a fresh session, with the PIN set as callers do.
-void link(CertCore& cert, Session& s, const char* pin, int keyType = 0) {
-    LogNull log;
-    cert.m_smartCardPin.setSecureX(true);
-    cert.m_smartCardPin.setFromUtf8(pin);
-    cert.linkToPkcs11Session(s.p.get(), keyType, 0, 0, log);
-}
 
 class CertTokenKey : public ::testing::Test {
   protected:
@@ -69,9 +69,8 @@ class CertTokenKey : public ::testing::Test {
 // signature size; a later call, and a later link through the same session, keep
 // that handle. A type given at link time answers without reading the key.
 TEST_F(CertTokenKey, RightPinLogsInAndLinksTheHandle) {
-    CertRef cert(tokenCert("rsa_key"));
-    Session s(false);
-    link(*cert.get(), s, softhsm::kPin, 1);
+    CertRef cert(tokenCert());
+    Session s(*cert, false, softhsm::kPin, 1);
     LogTree log;
     int bits = 0;
     EXPECT_EQ(cert->getCertKeyType(bits, log), 1);
@@ -82,14 +81,13 @@ TEST_F(CertTokenKey, RightPinLogsInAndLinksTheHandle) {
     std::string found, sigSize;
     EXPECT_TRUE(log.hasInfo(kTrying) && log.hasContext("pkcs11_login_success") &&
                 log.findData("hasPrivateKey", found) &&
-                log.findData("expectedSignatureSize", sigSize) && log.hasInfo(kAvailable))
+                log.findData("expectedSignatureSize", sigSize) && log.hasInfo(kAvailable) &&
+                !log.hasInfo(kWarn1))
         << log.text();
-    EXPECT_EQ(found, "true");
-    EXPECT_EQ(sigSize, "256");
-    EXPECT_FALSE(log.hasInfo(kWarn1));
+    EXPECT_EQ(found + "/" + sigSize, "true/256");
     const unsigned long handle = cert->m_pkcs11PrivKeyHandle;
     EXPECT_NE(handle, 0u);
-    EXPECT_EQ(handle, s.keyOf(*cert.get()));
+    EXPECT_EQ(handle, s.keyOf(*cert));
     EXPECT_EQ(cert->m_expectedSigSize, 256);
 
     log.clearLog();
@@ -108,25 +106,15 @@ TEST_F(CertTokenKey, RightPinLogsInAndLinksTheHandle) {
 // A wrong PIN, or a session already logged in (deliberately no search then),
 // leaves no handle: the two warnings, and still true.
 TEST_F(CertTokenKey, NoHandleWarnsAndStillAnswersTrue) {
-    struct Case {
-        const char* name;
-        const char* pin;
-        bool loggedIn;
-        bool tries;
-    } const cases[] = {
-        {"wrong PIN", softhsm::kWrongPin, false, true},
-        {"already logged in", softhsm::kPin, true, false},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        CertRef cert(tokenCert("rsa_key"));
-        Session s(c.loggedIn);
-        link(*cert.get(), s, c.pin);
+    for (bool loggedIn : {false, true}) {
+        SCOPED_TRACE(loggedIn ? "already logged in" : "wrong PIN");
+        CertRef cert(tokenCert());
+        Session s(*cert, loggedIn, loggedIn ? softhsm::kPin : softhsm::kWrongPin);
         LogTree log;
         EXPECT_TRUE(cert->hasPrivateKey(false, log));
         EXPECT_TRUE(log.hasInfo(kWarn1) && log.hasInfo(kWarn2)) << log.text();
-        EXPECT_EQ(log.hasInfo(kTrying), c.tries);
-        EXPECT_EQ(log.hasError("PKCS11 login failed."), c.tries);
+        EXPECT_EQ(log.hasInfo(kTrying), !loggedIn);
+        EXPECT_EQ(log.hasError("PKCS11 login failed."), !loggedIn);
         EXPECT_FALSE(log.hasContext("pkcs11_login_success") || log.hasContext("pkcs11FindPrivKey"));
         EXPECT_EQ(cert->m_pkcs11PrivKeyHandle, 0u);
         cert->unlinkFromPkcs11Session();
@@ -140,50 +128,44 @@ TEST_F(CertTokenKey, NoHandleWarnsAndStillAnswersTrue) {
 TEST_F(CertTokenKey, NoSecretInAnyLogLine) {
     LogTree log;
     log.verboseLogging = 1;
-    CertRef cert(tokenCert("rsa_key"));
-    for (bool loggedIn : {false, true}) {
+    CertRef cert(tokenCert());
+    for (bool loggedIn : {false, true})
         for (const char* pin : {softhsm::kWrongPin, softhsm::kPin}) {
-            Session s(loggedIn);
-            link(*cert.get(), s, pin);
+            Session s(*cert, loggedIn, pin);
             cert->hasPrivateKey(false, log);
             cert->hasPrivateKeyDer(log);
             cert->unlinkFromPkcs11Session();
         }
-    }
     XString pin;
     cert->getSmartCardPin(pin, log);
 
-    const std::string keyDer = ovtest::readFile(ovtest::dataPath("pkcs11/rsa_key.key.der"));
-    DataBuffer der;
-    der.append(keyDer.data(), static_cast<unsigned>(keyDer.size()));
+    DataBuffer der = tokenKey(), out;
     cert->setPrivateKeyDer2(der, log);
     _ovPublicKey key;
     key.loadAnyDer(der, log);
     cert->setPrivateKeyFromObj(key, log);
-    DataBuffer out;
     bool viaToken = false;
     cert->getPrivateKeyAsDER(out, viaToken, log);
     cert->getPrivateKeyAsDER_noCryptoAPI(out, log);
-    StringBuffer pem;
+    StringBuffer pem, json;
     cert->getPrivateKeyAsUnencryptedPEM_noCryptoAPI(pem, log);
     XString pemX(pem.getString());
     cert->setPrivateKeyPem(pemX, log);
     cert->privateKeyMatchesCert(log);
-    StringBuffer json;
     cert->appendDescriptiveJson(json, log);
 
-    const std::string text = log.text();
+    const std::string text = log.text(), keyDer = ovtest::bytes(tokenKey());
     ASSERT_NE(text.find(kTrying), std::string::npos) << "the token paths ran";
     for (const char* p : {softhsm::kPin, softhsm::kWrongPin})
         EXPECT_EQ(text.find(p), std::string::npos) << p;
     for (size_t i = 0; i + 16 <= keyDer.size(); ++i) {
         const std::string run = keyDer.substr(i, 16);
-        StringBuffer hex, lower;
-        hex.appendHex(reinterpret_cast<const unsigned char*>(run.data()), 16);
-        lower.appendHex(reinterpret_cast<const unsigned char*>(run.data()), 16, true);
         ASSERT_EQ(text.find(run), std::string::npos) << i;
-        ASSERT_EQ(text.find(hex.getString()), std::string::npos) << i;
-        ASSERT_EQ(text.find(lower.getString()), std::string::npos) << i;
+        for (bool lower : {false, true}) {
+            StringBuffer hex;
+            hex.appendHex(reinterpret_cast<const unsigned char*>(run.data()), 16, lower);
+            ASSERT_EQ(text.find(hex.getString()), std::string::npos) << i;
+        }
     }
     const std::string pemText = pem.getString();
     for (size_t pos = pemText.find('\n'); pos != std::string::npos && pos + 65 < pemText.size();
@@ -199,22 +181,19 @@ TEST_F(CertTokenKey, NoSecretInAnyLogLine) {
 class CertKeysConcurrency : public CertTokenKey {};
 
 TEST_F(CertKeysConcurrency, EveryKeyOperationFromEightThreads) {
-    CertRef cert(tokenCert("rsa_key"));
-    Session s(false);
-    link(*cert.get(), s, softhsm::kPin);
-    const std::string keyDer = ovtest::readFile(ovtest::dataPath("pkcs11/rsa_key.key.der"));
-    DataBuffer keyBuf;
-    keyBuf.append(keyDer.data(), static_cast<unsigned>(keyDer.size()));
+    CertRef cert(tokenCert());
+    Session s(*cert, false, softhsm::kPin);
+    const DataBuffer keyBuf = tokenKey();
     _ovPublicKey key;
     LogTree setupLog;
-    ASSERT_TRUE(key.loadAnyDer(keyBuf, setupLog) && cert->setPrivateKeyFromObj(key, setupLog));
     StringBuffer pem, description;
     DataBuffer pkcs8;
-    ASSERT_TRUE(cert->getPrivateKeyAsUnencryptedPEM_noCryptoAPI(pem, setupLog) &&
+    ASSERT_TRUE(key.loadAnyDer(keyBuf, setupLog) && cert->setPrivateKeyFromObj(key, setupLog) &&
+                cert->getPrivateKeyAsUnencryptedPEM_noCryptoAPI(pem, setupLog) &&
                 cert->getPrivateKeyAsDER_noCryptoAPI(pkcs8, setupLog));
-    const std::string wantDer = ovtest::bytes(pkcs8);
     cert->appendDescriptiveJson(description, setupLog);
-    const std::string wantPem = pem.getString(), wantJson = description.getString();
+    const std::string wantDer = ovtest::bytes(pkcs8), wantPem = pem.getString(),
+                      wantJson = description.getString();
 
     std::vector<std::thread> threads;
     std::vector<std::string> failures(8);
@@ -277,6 +256,6 @@ TEST_F(CertKeysConcurrency, EveryKeyOperationFromEightThreads) {
     DataBuffer none;
     cert->setPrivateKeyDer2(none, log);
     EXPECT_TRUE(cert->hasPrivateKey(false, log));
-    EXPECT_EQ(cert->m_pkcs11PrivKeyHandle, s.keyOf(*cert.get())) << log.text();
+    EXPECT_EQ(cert->m_pkcs11PrivKeyHandle, s.keyOf(*cert)) << log.text();
     cert->unlinkFromPkcs11Session();
 }

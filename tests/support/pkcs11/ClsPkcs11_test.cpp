@@ -2,20 +2,14 @@
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <functional>
 #include <memory>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "support/base/DataBuffer.h"
-#include "support/base/LogBase.h"
 #include "support/pkcs11/SoftHsmToken.h"
-#include "support_common/TestUtil.h"
 
 namespace {
 
@@ -34,15 +28,6 @@ unsigned long findKey(ClsPkcs11& p, const std::string& cert, bool mustSign, int&
 class Pkcs11Test : public ::testing::Test {
   protected:
     void SetUp() override { requireToken(); }
-
-    // Loads SoftHSM2 into p and opens a read-only session on the first initialised
-    // token, which is the test token: the free slot beside it must be passed over.
-    static void open(ClsPkcs11& p, bool loggedIn) {
-        LogTree log;
-        ASSERT_TRUE(p.loadModule(kModule, log) && p.openSession(-1, false, log) &&
-                    (!loggedIn || p.login(ClsPkcs11::kUserNormal, kPin, log)))
-            << log.text();
-    }
 };
 
 TEST_F(Pkcs11Test, FailuresGiveOneClearLine) {

@@ -16,12 +16,6 @@ using certtest::CertRef;
 
 namespace {
 
-struct StoreRef {
-    StoreRef() : store(new SystemCerts()) { store->incRefCount(); }
-    ~StoreRef() { store->decRefCount(); }
-    SystemCerts* store;
-};
-
 // Runs body(i) on n threads. A hang (two threads waiting on each other's lock)
 // cannot be undone from here, so it ends the program with a message instead of
 // leaving the test to the runner's timeout.
@@ -48,8 +42,8 @@ TEST(StoreConcurrency, IssuerSearchOverCrossCertifiedPair) {
     LogNull log;
     CertRef a(certtest::loadDer("cross-a.der", log)), b(certtest::loadDer("cross-b.der", log));
     ASSERT_TRUE(a && b);
-    StoreRef s;
-    ASSERT_TRUE(s.store->addCertificate(a.get(), log) && s.store->addCertificate(b.get(), log));
+    auto store = RefPtr<SystemCerts>::retain(new SystemCerts());
+    ASSERT_TRUE(store->addCertificate(a.get(), log) && store->addCertificate(b.get(), log));
     std::atomic<int> wrong{0};
     runThreads(
         4,
@@ -58,7 +52,7 @@ TEST(StoreConcurrency, IssuerSearchOverCrossCertifiedPair) {
             CertCore* want = i % 2 ? b.get() : a.get();
             LogNull quiet;
             for (int k = 0; k < 500; ++k)
-                if (s.store->sysCertsFindIssuer(*subject, true, quiet) != want) ++wrong;
+                if (store->sysCertsFindIssuer(*subject, true, quiet) != want) ++wrong;
         },
         "sysCertsFindIssuer");
     EXPECT_EQ(wrong.load(), 0);
@@ -69,12 +63,12 @@ TEST(StoreConcurrency, IssuerSearchOverCrossCertifiedPair) {
 TEST(StoreConcurrency, AddsFindsAndSearchesTogether) {
     LogNull log;
     const char* names[] = {"root.der", "inter.der", "ec.der", "rsa.der", "ed25519.der"};
-    std::vector<std::unique_ptr<CertRef>> certs;
+    std::vector<CertRef> certs;
     for (const char* n : names) {
-        certs.push_back(std::make_unique<CertRef>(certtest::loadDer(n, log)));
-        ASSERT_TRUE(*certs.back()) << n;
+        certs.emplace_back(certtest::loadDer(n, log));
+        ASSERT_TRUE(certs.back()) << n;
     }
-    StoreRef s;
+    auto store = RefPtr<SystemCerts>::retain(new SystemCerts());
     std::atomic<int> wrong{0};
     runThreads(
         6,
@@ -83,24 +77,24 @@ TEST(StoreConcurrency, AddsFindsAndSearchesTogether) {
             for (int round = 0; round < 40; ++round) {
                 for (auto& c : certs) {
                     if (i < 2) {
-                        if (!s.store->addCertificate(c->get(), quiet)) ++wrong;
+                        if (!store->addCertificate(c.get(), quiet)) ++wrong;
                         continue;
                     }
-                    std::string der = certtest::derOf(c->get());
+                    std::string der = certtest::derOf(c.get());
                     CertCore* found =
-                        s.store->findByDer(reinterpret_cast<const unsigned char*>(der.data()),
-                                           static_cast<unsigned>(der.size()));
-                    if (found && found != c->get()) ++wrong;
-                    CertCore* issuer = s.store->sysCertsFindIssuer(*c->get(), true, quiet);
-                    if (issuer && !c->get()->verifyCertSignature(issuer, quiet)) ++wrong;
-                    s.store->certAt(s.store->numCerts() - 1);
+                        store->findByDer(reinterpret_cast<const unsigned char*>(der.data()),
+                                         static_cast<unsigned>(der.size()));
+                    if (found && found != c.get()) ++wrong;
+                    CertCore* issuer = store->sysCertsFindIssuer(*c.get(), true, quiet);
+                    if (issuer && !c.get()->verifyCertSignature(issuer, quiet)) ++wrong;
+                    store->certAt(store->numCerts() - 1);
                 }
             }
         },
         "store");
     EXPECT_EQ(wrong.load(), 0);
-    EXPECT_EQ(s.store->numCerts(), 5);
-    EXPECT_EQ(s.store->sysCertsFindIssuer(*certs[2]->get(), true, log), certs[1]->get());
+    EXPECT_EQ(store->numCerts(), 5);
+    EXPECT_EQ(store->sysCertsFindIssuer(*certs[2].get(), true, log), certs[1].get());
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 // every test releases its sessions before it ends.
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -195,62 +197,44 @@ TEST_F(CertKeysConcurrency, EveryKeyOperationFromEightThreads) {
     const std::string wantDer = ovtest::bytes(pkcs8), wantPem = pem.getString(),
                       wantJson = description.getString();
 
+    // Each operation with fresh buffers; false: an answer that is not whole.
+    struct Io {
+        DataBuffer der, none;
+        StringBuffer text;
+        XString pem;
+        bool viaToken = false;
+    };
+    auto whole = [&](const DataBuffer& d) { return d.isEmpty() || ovtest::bytes(d) == wantDer; };
+#define OP(expr) [&]([[maybe_unused]] Io& io, LogTree& l) -> bool { return expr; }
+    const std::function<bool(Io&, LogTree&)> ops[] = {
+        OP(io.der.append(keyBuf) && cert->setPrivateKeyDer2(io.der, l)),
+        OP(io.pem.appendUtf8(wantPem.c_str()) && cert->setPrivateKeyPem(io.pem, l)),
+        // No key after it: the token answers.
+        OP(cert->setPrivateKeyFromObj(key, l) && !cert->setPrivateKeyDer2(io.none, l)),
+        OP(cert->hasPrivateKey(false, l)),
+        OP((cert->hasPrivateKeyDer(l), cert->privateKeyNotExportable(l), cert->setMsPkInfo(nullptr),
+            cert->getMsPkInfo(l) == nullptr)),
+        OP((cert->getPrivateKeyAsDER(io.der, io.viaToken, l), whole(io.der))),
+        OP((cert->getPrivateKeyAsDER_noCryptoAPI(io.der, l), whole(io.der))),
+        OP((cert->getPrivateKeyAsUnencryptedPEM_noCryptoAPI(io.text, l),
+            io.text.isEmpty() || wantPem == io.text.getString())),
+        OP(cert->privateKeyMatchesCert(l) != CertCore::KeyMatch::Differs),
+        OP((cert->appendDescriptiveJson(io.text, l), wantJson == io.text.getString()))};
+#undef OP
+    const int n = static_cast<int>(std::size(ops));
     std::vector<std::thread> threads;
-    std::vector<std::string> failures(8);
-    for (int t = 0; t < 8; ++t) {
+    std::vector<int> failed(8, -1);  // the first operation that failed
+    for (int t = 0; t < 8; ++t)
         threads.emplace_back([&, t] {
             LogTree log;
             log.verboseLogging = t % 2;
-            auto check = [&](bool ok, const char* what) {
-                if (!ok && failures[t].empty()) failures[t] = what;
-            };
-            for (int i = 0; i < 24; ++i) {
-                DataBuffer der, none;
-                StringBuffer text;
-                XString pemIn(wantPem.c_str());
-                bool viaToken = false;
-                switch ((t + i) % 8) {
-                    case 0:
-                        der.append(keyBuf);
-                        check(cert->setPrivateKeyDer2(der, log), "setPrivateKeyDer2");
-                        break;
-                    case 1:
-                        check(cert->setPrivateKeyPem(pemIn, log), "setPrivateKeyPem");
-                        break;
-                    case 2:
-                        check(cert->setPrivateKeyFromObj(key, log), "setPrivateKeyFromObj");
-                        cert->setPrivateKeyDer2(none, log);  // no key: the token answers
-                        break;
-                    case 3:
-                        check(cert->hasPrivateKey(false, log), "hasPrivateKey");
-                        break;
-                    case 4:
-                        cert->hasPrivateKeyDer(log);
-                        cert->privateKeyNotExportable(log);
-                        cert->setMsPkInfo(nullptr);
-                        check(cert->getMsPkInfo(log) == nullptr, "getMsPkInfo");
-                        break;
-                    case 5:
-                        cert->getPrivateKeyAsDER(der, viaToken, log);
-                        check(der.isEmpty() || ovtest::bytes(der) == wantDer, "getPrivateKeyAsDER");
-                        cert->getPrivateKeyAsDER_noCryptoAPI(der, log);
-                        check(der.isEmpty() || ovtest::bytes(der) == wantDer, "noCryptoAPI");
-                        break;
-                    case 6:
-                        cert->getPrivateKeyAsUnencryptedPEM_noCryptoAPI(text, log);
-                        check(text.isEmpty() || wantPem == text.getString(), "PEM");
-                        check(cert->privateKeyMatchesCert(log) != CertCore::KeyMatch::Differs,
-                              "privateKeyMatchesCert");
-                        break;
-                    default:
-                        cert->appendDescriptiveJson(text, log);
-                        check(wantJson == text.getString(), "appendDescriptiveJson");
-                }
+            for (int i = 0; i < 3 * n; ++i) {
+                Io io;
+                if (!ops[(t + i) % n](io, log) && failed[t] < 0) failed[t] = (t + i) % n;
             }
         });
-    }
     for (std::thread& th : threads) th.join();
-    for (int t = 0; t < 8; ++t) EXPECT_EQ(failures[t], "") << "thread " << t;
+    for (int t = 0; t < 8; ++t) EXPECT_EQ(failed[t], -1) << "thread " << t;
 
     LogTree log;
     DataBuffer none;

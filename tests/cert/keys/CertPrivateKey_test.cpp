@@ -58,34 +58,28 @@ TEST(CertPrivateKey, SettersClearFirstAndExportWhatTheyLoaded) {
         CertRef cert(certtest::loadDer("rsa.der", log));
         XString before(certtest::fixture("ec.key").c_str());
         ASSERT_TRUE(cert && cert->setPrivateKeyPem(before, log)) << "a key to be replaced";
-        bool ok = false;
-        if (c.how == Pem) {
-            XString pem(c.input.c_str());
-            ok = cert->setPrivateKeyPem(pem, log);
-        } else if (c.how == Der) {
-            DataBuffer der = bufferOf(c.input);
-            ok = cert->setPrivateKeyDer2(der, log);
-            EXPECT_TRUE(der.isSecure());
-        } else {
-            _ovPublicKey key;
-            key.loadAnyDer(bufferOf(c.input), log);
-            ok = cert->setPrivateKeyFromObj(key, log);
-        }
+        XString pem(c.input.c_str());
+        DataBuffer der = bufferOf(c.input), out, out2;
+        _ovPublicKey key;
+        const bool ok = c.how == Pem   ? cert->setPrivateKeyPem(pem, log)
+                        : c.how == Der ? cert->setPrivateKeyDer2(der, log)
+                                       : key.loadAnyDer(bufferOf(c.input), log) &&
+                                             cert->setPrivateKeyFromObj(key, log);
+        EXPECT_EQ(der.isSecure(), c.how == Der);
         EXPECT_EQ(ok, c.loads) << log.text();
         EXPECT_EQ(cert->hasPrivateKeyDer(log), c.loads);
         EXPECT_EQ(cert->hasPrivateKey(false, log), c.loads);
 
-        DataBuffer der, der2;
         bool viaToken = true;
-        ASSERT_TRUE(der.append("old", 3));
-        EXPECT_EQ(cert->getPrivateKeyAsDER(der, viaToken, log), c.loads);
-        EXPECT_TRUE(!viaToken && der.isSecure());
-        EXPECT_EQ(ovtest::bytes(der), c.loads ? rsaPkcs8 : "") << "replaces, never appends";
-        EXPECT_EQ(cert->getPrivateKeyAsDER_noCryptoAPI(der2, log), c.loads);
-        EXPECT_EQ(ovtest::bytes(der2), ovtest::bytes(der));
-        StringBuffer pem("before\n");
-        EXPECT_EQ(cert->getPrivateKeyAsUnencryptedPEM_noCryptoAPI(pem, log), c.loads);
-        EXPECT_EQ(pem.getString(), "before\n" + (c.loads ? rsaPem : ""));
+        out.append("old", 3);
+        EXPECT_EQ(cert->getPrivateKeyAsDER(out, viaToken, log), c.loads);
+        EXPECT_TRUE(!viaToken && out.isSecure());
+        EXPECT_EQ(ovtest::bytes(out), c.loads ? rsaPkcs8 : "") << "replaces, never appends";
+        EXPECT_EQ(cert->getPrivateKeyAsDER_noCryptoAPI(out2, log), c.loads);
+        EXPECT_EQ(ovtest::bytes(out2), ovtest::bytes(out));
+        StringBuffer text("before\n");
+        EXPECT_EQ(cert->getPrivateKeyAsUnencryptedPEM_noCryptoAPI(text, log), c.loads);
+        EXPECT_EQ(text.getString(), "before\n" + (c.loads ? rsaPem : ""));
     }
 }
 

@@ -23,21 +23,15 @@ const char* const kWarn2 =
     "w/ PKCS11, the private key handle can only be acquired in a PIN authenticated session.";
 const char* const kAvailable = "Private key is available on smart card or USB token via PKCS11.";
 
-// The certificate of the token's rsa_key (count 0), and that key's PKCS#1 DER.
+// The certificate of the token's rsa_key (count 0).
 CertCore* tokenCert() {
-    const std::string der = softhsm::data("rsa_key.cert.der");
+    const std::string der = ovtest::readFile(ovtest::dataPath("pkcs11/rsa_key.cert.der"));
     LogTree log;
     CertCore* cert =
         CertCore::createFromDer2(reinterpret_cast<const unsigned char*>(der.data()),
                                  static_cast<unsigned>(der.size()), nullptr, nullptr, log);
     EXPECT_NE(cert, nullptr) << log.text();
     return cert ? cert : CertCore::createNewCert();
-}
-DataBuffer tokenKey() {
-    const std::string der = softhsm::data("rsa_key.key.der");
-    DataBuffer db;
-    db.append(der.data(), static_cast<unsigned>(der.size()));
-    return db;
 }
 
 // A session on the test token, the certificate linked to it with the PIN set as
@@ -145,7 +139,9 @@ class CertKeysConcurrency : public CertTokenKey {};
 TEST_F(CertKeysConcurrency, EveryKeyOperationFromEightThreads) {
     CertRef cert(tokenCert());
     Session s(*cert, false, softhsm::kPin);
-    const DataBuffer keyBuf = tokenKey();
+    const std::string keyDer = ovtest::readFile(ovtest::dataPath("pkcs11/rsa_key.key.der"));
+    DataBuffer keyBuf;
+    keyBuf.append(keyDer.data(), static_cast<unsigned>(keyDer.size()));
     _ovPublicKey key;
     LogTree setupLog;
     setupLog.verboseLogging = 1;
@@ -199,7 +195,6 @@ TEST_F(CertKeysConcurrency, EveryKeyOperationFromEightThreads) {
     for (std::thread& th : threads) th.join();
     for (int t = 0; t < 8; ++t) EXPECT_EQ(failed[t], -1) << "thread " << t;
     logs.push_back(setupLog.text());
-    const std::string keyDer = ovtest::bytes(keyBuf);
     for (const std::string& text : logs) {
         ASSERT_EQ(text.find(softhsm::kPin), std::string::npos);
         for (size_t i = 0; i + 16 <= keyDer.size(); ++i) {

@@ -74,11 +74,6 @@ inline std::string makeToken() {
     return "";
 }
 
-// tests/data/pkcs11/<file>, e.g. "rsa_key.cert.der".
-inline std::string data(const std::string& file) {
-    return ovtest::readFile(ovtest::dataPath("pkcs11/" + file));
-}
-
 // Loads SoftHSM2 into p and opens a read-only session on the first initialised
 // token, which is the test token (the free slot beside it must be passed over),
 // logged in as the user when asked.

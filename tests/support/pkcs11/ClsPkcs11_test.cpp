@@ -36,6 +36,7 @@ TEST_F(Pkcs11Test, FailuresGiveOneClearLine) {
     int keyType = 0, sigSize = 0;
 #define CALL(expr) [&](ClsPkcs11& p, LogTree& l) { return expr; }
 #define LOADED(expr) CALL(p.loadModule(kModule, l) && (expr))
+#define SESSION(expr) LOADED(p.openSession(-1, false, l) && (expr))
     struct Case {
         bool emptyStore;  // no initialised token
         std::function<bool(ClsPkcs11&, LogTree&)> call;
@@ -51,13 +52,11 @@ TEST_F(Pkcs11Test, FailuresGiveOneClearLine) {
          "The token in the PKCS11 slot is not initialized."},
         {false, LOADED(p.openSession(987654321, false, l)), "The PKCS11 slot does not exist."},
         {false, LOADED(p.login(1, kPin, l)), "No PKCS11 session is open."},
-        {false, LOADED(p.openSession(-1, false, l) && p.login(7, kPin, l)),
-         "Invalid PKCS11 user type."},
-        {false,
-         LOADED(p.openSession(-1, false, l) &&
-                p.findPrivKeyHandleForCert(notCert, 5, true, keyType, sigSize, l)),
+        {false, SESSION(p.login(7, kPin, l)), "Invalid PKCS11 user type."},
+        {false, SESSION(p.findPrivKeyHandleForCert(notCert, 5, true, keyType, sigSize, l)),
          "The certificate DER is not valid."},
     };
+#undef SESSION
 #undef LOADED
 #undef CALL
     for (const Case& c : cases) {
@@ -66,8 +65,7 @@ TEST_F(Pkcs11Test, FailuresGiveOneClearLine) {
         ClsPkcs11 p;
         LogTree log;
         EXPECT_FALSE(c.call(p, log));
-        EXPECT_TRUE(log.hasError(c.error)) << log.text();
-        EXPECT_EQ(log.numErrors(), 1) << log.text();
+        EXPECT_TRUE(log.hasError(c.error) && log.numErrors() == 1) << log.text();
     }
     useStore();
 }

@@ -46,7 +46,7 @@ struct Text {
     }
 };
 // Inputs and extra outputs of the queries, one set per thread.
-thread_local XString t_sha256("sha256"), t_base64("base64");
+thread_local XString t_sha256("sha256"), t_base64("base64"), t_b64;
 thread_local int t_bits;
 
 // Each query's answer as text: what c.call leaves in its output o of type T, or
@@ -74,7 +74,7 @@ const std::vector<Query>& queries() {
         OUT(StringBuffer, getSubjectKeyIdentifier(o, l)),
         OUT(XString, getSubjectAlternativeNameXml(o, l)),
         OUT(StringBuffer, getExtendedKeyUsage(o, l)),
-        OUT(DataBuffer, getAuthorityKeyIdentifier(o, nullptr, l)),
+        OUT(DataBuffer, getAuthorityKeyIdentifier(o, &t_b64, l)),
         VAL(c.getIntendedKeyUsage(l)),
         VAL(c.getVersion(l)),
         VAL(c.forSecureEmail(l) + 2 * c.forServerAuthentication(l)),

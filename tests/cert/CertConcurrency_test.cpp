@@ -10,6 +10,7 @@
 
 #include "cert/query/QueryTestUtil.h"
 #include "support/asn1/Asn1Node.h"
+#include "support/crypto/OvPublicKey.h"
 #include "support/time/OrvaneSysTime.h"
 
 using qtest::CertRef;
@@ -31,207 +32,99 @@ void together(const std::function<void(int)>& body) {
     for (auto& t : threads) t.join();
 }
 
-std::string x(const XString& s) {
-    return s.getUtf8();
-}
-std::string sb(const StringBuffer& s) {
-    return s.getString();
-}
+// A query's answer as text.
+struct Text {
+    static std::string of(const XString& s) { return s.getUtf8(); }
+    static std::string of(const StringBuffer& s) { return s.getString(); }
+    static std::string of(const DataBuffer& d) { return qtest::enc(d); }
+    static std::string of(const OrvaneSysTime& t) { return std::to_string(t.toUnixTime()); }
+    static std::string of(const _ovPublicKey& k) { return qtest::enc(k.spkiDer()); }
+    static std::string of(long v) { return std::to_string(v); }
+    static std::string of(_ovAsn1* a) {
+        RefCountedObject::release(a);
+        return a ? "asn" : "-";
+    }
+};
+// Inputs and extra outputs of the queries, one set per thread.
+thread_local XString t_sha256("sha256"), t_base64("base64"), t_b64;
+thread_local int t_bits;
 
-// Each query's answer as text; every thread must get the answer one thread gets
-// alone.
+// Each query's answer as text: what c.call leaves in its output o of type T, or
+// the value of expr. Every thread must get the answer one thread gets alone.
 using Query = std::function<std::string(CertCore&, LogBase&)>;
+// clang-format off
+#define OUT(T, call) [](CertCore& c, [[maybe_unused]] LogBase& l) { T o; c.call; return Text::of(o); }
+#define VAL(expr) [](CertCore& c, [[maybe_unused]] LogBase& l) { return Text::of(expr); }
+// clang-format on
 const std::vector<Query>& queries() {
     static const std::vector<Query> all = {
-        [](CertCore& c, LogBase& l) {
-            XString o;
-            c.getSubjectPart("CN", o, l);
-            return x(o);
-        },
-        [](CertCore& c, LogBase& l) {
-            XString o;
-            c.getIssuerPart("O", o, l);
-            return x(o);
-        },
-        [](CertCore& c, LogBase& l) {
-            XString o;
-            c.getSubjectDN(o, l);
-            return x(o);
-        },
-        [](CertCore& c, LogBase& l) {
-            XString o;
-            c.getIssuerDN_noTags(o, l);
-            return x(o);
-        },
-        [](CertCore& c, LogBase& l) {
-            XString o;
-            c.getDN_ordered(true, true, true, 0, o, l);
-            return x(o);
-        },
-        [](CertCore& c, LogBase& l) {
-            StringBuffer o;
-            c.getDnJson(false, o, l);
-            return sb(o);
-        },
-        [](CertCore& c, LogBase& l) {
-            _ovAsn1* a = c.getSubjectDnAsn(l);
-            RefCountedObject::release(a);
-            return std::string(a ? "asn" : "-");
-        },
-        [](CertCore& c, LogBase& l) {
-            XString o;
-            c.getIssuerSerial(o, l);
-            return x(o);
-        },
-        [](CertCore& c, LogBase& l) {
-            XString o;
-            c.getEmailAddress(o, l);
-            return x(o);
-        },
-        [](CertCore& c, LogBase& l) {
-            return std::to_string(c.isIssuerSelf(l) + 2 * c.is_country_eu(l));
-        },
-        [](CertCore& c, LogBase& l) {
-            DataBuffer o;
-            c.getExtensionDer("2.5.29.15", o, l);
-            return qtest::enc(o);
-        },
-        [](CertCore& c, LogBase& l) {
-            StringBuffer o;
-            c.getExtensionText("2.5.29.19", o, l);
-            return sb(o);
-        },
-        [](CertCore& c, LogBase& l) {
-            StringBuffer o;
-            c.getExtensionXml("2.5.29.15", o, l);
-            return sb(o);
-        },
-        [](CertCore& c, LogBase& l) {
-            StringBuffer o;
-            c.getSubjectKeyIdentifier(o, l);
-            return sb(o);
-        },
-        [](CertCore& c, LogBase& l) {
-            XString o;
-            c.getSubjectAlternativeNameXml(o, l);
-            return x(o);
-        },
-        [](CertCore& c, LogBase& l) {
-            StringBuffer o;
-            c.getExtendedKeyUsage(o, l);
-            return sb(o);
-        },
-        [](CertCore& c, LogBase& l) {
-            DataBuffer id;
-            XString b64;
-            c.getAuthorityKeyIdentifier(id, &b64, l);
-            return x(b64) + std::to_string(c.getIntendedKeyUsage(l)) +
-                   std::to_string(c.getVersion(l));
-        },
-        [](CertCore& c, LogBase& l) {
-            return std::to_string(c.forSecureEmail(l) + 2 * c.forServerAuthentication(l) +
-                                  4 * c.forClientAuthentication(l) + 8 * c.forCodeSigning(l) +
-                                  16 * c.forTimeStamping(l));
-        },
-        [](CertCore& c, LogBase& l) {
-            XString o, d;
-            c.getSerialNumber(o, l);
-            c.getSerialDecimal(d, l);
-            return x(o) + x(d);
-        },
-        [](CertCore& c, LogBase& l) {
-            StringBuffer from, to;
-            c.getValidFromSb(from, l);
-            c.getValidToSb(to, l);
-            OrvaneSysTime t;
-            c.getValidTo(t, l);
-            return sb(from) + sb(to) + std::to_string(c.isCertExpired(l));
-        },
-        [](CertCore& c, LogBase& l) {
-            StringBuffer o;
-            c.getOrvaneKeyId64(o, l);
-            return sb(o);
-        },
-        [](CertCore& c, LogBase& l) {
-            std::string all;
-            for (int part = 0; part < 4; ++part) {
-                DataBuffer o;
-                c.getPartDer(part, o, l);
-                all += qtest::enc(o) + ";";
-            }
-            return all;
-        },
-        [](CertCore& c, LogBase& l) {
-            DataBuffer a, b;
-            c.getPublicKeyAsDER(a, l);
-            c.getPublicKeyForOCSP(b, l);
-            return qtest::enc(a) + qtest::enc(b);
-        },
-        [](CertCore& c, LogBase& l) {
-            XString alg("sha256"), enc("base64"), o;
-            c.getSpkiFingerprint(alg, enc, o, l);
-            return x(o);
-        },
-        [](CertCore& c, LogBase& l) {
-            XString o;
-            c.getSha1ThumbprintX(o, l);
-            return x(o);
-        },
-        [](CertCore& c, LogBase& l) {
-            DataBuffer o;
-            c.getCertSignature(o, l);
-            return qtest::enc(o);
-        },
-        [](CertCore& c, LogBase& l) { return std::to_string(c.verifyCertSignature(nullptr, l)); },
-        [](CertCore& c, LogBase& l) {
-            XString o;
-            c.toXml(o, l);
-            return x(o);
-        },
-        [](CertCore& c, LogBase& l) {
-            _ovPublicKey k;
-            int bits = 0;
-            StringBuffer name;
-            c.getCertPublicKey(k, l);
-            int type = c.getCertKeyType(bits, l);
-            c.appendCertKeyType(name, l);
-            return std::to_string(type) + "/" + std::to_string(bits) + sb(name);
-        },
-        [](CertCore& c, LogBase& l) {
-            DataBuffer o;
-            c.getPublicKeyAsDER_2(false, o, l);
-            return qtest::enc(o);
-        },
-        [](CertCore& c, LogBase& l) {
-            DataBuffer o;
-            StringBuffer pem, path;
-            c.getDEREncodedCert(o);
-            c.getPem(pem, l);
-            c.getX509PKIPathv1(path, l);
-            return qtest::enc(o) + sb(pem) + sb(path) + std::to_string(c.getDEREncodedCertSize());
-        },
-    };
+        OUT(XString, getSubjectPart("CN", o, l)),
+        OUT(XString, getIssuerPart("O", o, l)),
+        OUT(XString, getSubjectDN(o, l)),
+        OUT(XString, getIssuerDN_noTags(o, l)),
+        OUT(XString, getDN_ordered(true, true, true, 0, o, l)),
+        OUT(StringBuffer, getDnJson(false, o, l)),
+        VAL(c.getSubjectDnAsn(l)),
+        OUT(XString, getIssuerSerial(o, l)),
+        OUT(XString, getEmailAddress(o, l)),
+        VAL(c.isIssuerSelf(l) + 2 * c.is_country_eu(l)),
+        OUT(DataBuffer, getExtensionDer("2.5.29.15", o, l)),
+        OUT(StringBuffer, getExtensionText("2.5.29.19", o, l)),
+        OUT(StringBuffer, getExtensionXml("2.5.29.15", o, l)),
+        OUT(StringBuffer, getSubjectKeyIdentifier(o, l)),
+        OUT(XString, getSubjectAlternativeNameXml(o, l)),
+        OUT(StringBuffer, getExtendedKeyUsage(o, l)),
+        OUT(DataBuffer, getAuthorityKeyIdentifier(o, &t_b64, l)),
+        VAL(c.getIntendedKeyUsage(l)),
+        VAL(c.getVersion(l)),
+        VAL(c.forSecureEmail(l) + 2 * c.forServerAuthentication(l)),
+        VAL(c.forClientAuthentication(l) + 2 * c.forCodeSigning(l) + 4 * c.forTimeStamping(l)),
+        OUT(XString, getSerialNumber(o, l)),
+        OUT(XString, getSerialDecimal(o, l)),
+        OUT(StringBuffer, getValidFromSb(o, l)),
+        OUT(StringBuffer, getValidToSb(o, l)),
+        OUT(OrvaneSysTime, getValidTo(o, l)),
+        VAL(c.isCertExpired(l)),
+        OUT(StringBuffer, getOrvaneKeyId64(o, l)),
+        OUT(DataBuffer, getPartDer(0, o, l)),
+        OUT(DataBuffer, getPartDer(1, o, l)),
+        OUT(DataBuffer, getPartDer(2, o, l)),
+        OUT(DataBuffer, getPartDer(3, o, l)),
+        OUT(DataBuffer, getPublicKeyAsDER(o, l)),
+        OUT(DataBuffer, getPublicKeyForOCSP(o, l)),
+        OUT(DataBuffer, getPublicKeyAsDER_2(false, o, l)),
+        OUT(XString, getSpkiFingerprint(t_sha256, t_base64, o, l)),
+        OUT(XString, getSha1ThumbprintX(o, l)),
+        OUT(DataBuffer, getCertSignature(o, l)),
+        VAL(c.verifyCertSignature(nullptr, l)),
+        OUT(XString, toXml(o, l)),
+        OUT(_ovPublicKey, getCertPublicKey(o, l)),
+        OUT(int, getCertKeyType(o, l)),
+        VAL(c.getCertKeyType(t_bits, l)),
+        OUT(StringBuffer, appendCertKeyType(o, l)),
+        OUT(DataBuffer, getDEREncodedCert(o)),
+        VAL(c.getDEREncodedCertSize()),
+        OUT(StringBuffer, getPem(o, l)),
+        OUT(StringBuffer, getX509PKIPathv1(o, l))};
     return all;
 }
+#undef OUT
+#undef VAL
 
 TEST(CertConcurrency, EveryQueryFromEightThreadsAgreesWithOne) {
     for (const char* file : {"rsa.pem", "ec256.pem"}) {
         SCOPED_TRACE(file);
-        CertRef cert(qtest::load(file));
-        ASSERT_TRUE(cert);
+        CertRef cert(qtest::load(file)), fresh(qtest::load(file));  // caches fill under contention
         std::vector<std::string> alone;
-        {
-            CertRef fresh(qtest::load(file));  // caches must fill under contention below
-            LogNull log;
-            for (const Query& q : queries()) alone.push_back(q(*fresh.get(), log));
-        }
+        LogNull log;
+        for (const Query& q : queries()) alone.push_back(q(*fresh, log));
         std::atomic<int> differ{0};
         together([&](int i) {
             LogNull log;
             for (int round = 0; round < 3; ++round)
                 for (size_t k = 0; k < queries().size(); ++k) {
                     size_t n = (k + static_cast<size_t>(i) * 5) % queries().size();
-                    if (queries()[n](*cert.get(), log) != alone[n]) ++differ;
+                    if (queries()[n](*cert, log) != alone[n]) ++differ;
                 }
         });
         EXPECT_EQ(differ.load(), 0);

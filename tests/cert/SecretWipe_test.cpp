@@ -52,25 +52,23 @@ TEST(SecretWipe, KeyTextNeverReachesTheAllocatorUnwiped) {
     ASSERT_TRUE(
         ContentCoding::encodeBase64_noCrLf(pem.data(), static_cast<unsigned>(pem.size()), b64));
     const std::string pemB64 = b64.getString();
-    const std::string path = ovtest::dataPath("cert/chain-leaf-first.pem");
 
-    struct Case {
-        const char* what;
-        const std::string* input;  // null: the file at path
-    } cases[] = {{"file", nullptr}, {"PEM text", &pem}, {"base64 of the PEM", &pemB64}};
-    for (const Case& c : cases) {
+    // The file, the PEM text, and the base64 of the PEM.
+    for (const std::string* input : {static_cast<const std::string*>(nullptr), &pem, &pemB64}) {
+        SCOPED_TRACE(input ? input->substr(0, 20) : "file");
         LogNull log;
         g_found = 0;
         g_needle = needle.c_str();
         {
             CertRef cert(
-                c.input ? CertCore::createFromBinary2(
-                              c.input->data(), static_cast<unsigned>(c.input->size()), nullptr, log)
-                        : CertCore::createFromFile2(path.c_str(), nullptr, log));
-            EXPECT_TRUE(cert && cert->m_privateKey.isPrivateKey()) << c.what;
+                input ? CertCore::createFromBinary2(
+                            input->data(), static_cast<unsigned>(input->size()), nullptr, log)
+                      : CertCore::createFromFile2(
+                            ovtest::dataPath("cert/chain-leaf-first.pem").c_str(), nullptr, log));
+            EXPECT_TRUE(cert && cert->m_privateKey.isPrivateKey());
         }
         g_needle = nullptr;
-        EXPECT_EQ(g_found.load(), 0) << c.what;
+        EXPECT_EQ(g_found.load(), 0);
     }
 #endif
 }
@@ -79,7 +77,6 @@ TEST(SecretWipe, KeyTextNeverReachesTheAllocatorUnwiped) {
 // is left in memory that is reused later.
 TEST(SecretWipe, SmartCardPinIsWipedWhenCleared) {
     CertRef cert(CertCore::createNewCert());
-    ASSERT_TRUE(cert);
     cert->m_smartCardPin.setFromUtf8("271828");
     const char* bytes = cert->m_smartCardPin.getUtf8();
     cert->m_smartCardPin.clear();  // keeps the memory, so it can be looked at

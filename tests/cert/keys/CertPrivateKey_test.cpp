@@ -10,28 +10,16 @@ using certtest::CertRef;
 
 namespace {
 
-std::string sh(const std::string& cmd) {
+// What `openssl <cmd> -in <key file>` writes (tests/data/cert/<file>).
+std::string keyTool(const std::string& cmd, const std::string& file, const std::string& then = "") {
     std::string out;
-    EXPECT_EQ(ovtest::run(cmd, &out), 0) << cmd;
+    const std::string line =
+        "openssl " + cmd + " -in " + ovtest::shq(ovtest::dataPath("cert/" + file)) + then;
+    EXPECT_EQ(ovtest::run(line, &out), 0) << line;
     return out;
 }
-
-std::string certPath(const std::string& name) {
-    return ovtest::dataPath("cert/" + name);
-}
-
-// The key file's PKCS#8 DER as openssl writes it.
-std::string pkcs8Der(const std::string& keyFile) {
-    return sh("openssl pkcs8 -topk8 -nocrypt -outform DER -in " + ovtest::shq(certPath(keyFile)));
-}
-
-std::string crlf(std::string s) {
-    std::string out;
-    for (char c : s) {
-        if (c == '\n') out += '\r';
-        out += c;
-    }
-    return out;
+std::string pkcs8Der(const std::string& file) {
+    return keyTool("pkcs8 -topk8 -nocrypt -outform DER", file);
 }
 
 DataBuffer bufferOf(const std::string& s) {
@@ -46,8 +34,7 @@ DataBuffer bufferOf(const std::string& s) {
 // is marked secret; what goes in comes out as openssl's PKCS#8.
 TEST(CertPrivateKey, SettersClearFirstAndExportWhatTheyLoaded) {
     const std::string rsaPkcs8 = pkcs8Der("rsa.key");
-    const std::string rsaPem =
-        crlf(sh("openssl pkcs8 -topk8 -nocrypt -in " + ovtest::shq(certPath("rsa.key"))));
+    const std::string rsaPem = keyTool("pkcs8 -topk8 -nocrypt", "rsa.key", " | sed 's/$/\r/'");
     enum How { Pem, Der, Obj };
     struct Case {
         const char* name;
@@ -58,8 +45,7 @@ TEST(CertPrivateKey, SettersClearFirstAndExportWhatTheyLoaded) {
         {"PEM", Pem, certtest::fixture("rsa.key"), true},
         {"PEM beside a certificate", Pem, certtest::fixture("chain-key-middle.pem"), true},
         {"PKCS#8 DER", Der, rsaPkcs8, true},
-        {"PKCS#1 DER", Der, sh("openssl rsa -outform DER -in " + ovtest::shq(certPath("rsa.key"))),
-         true},
+        {"PKCS#1 DER", Der, keyTool("rsa -outform DER", "rsa.key"), true},
         {"key object", Obj, rsaPkcs8, true},
         {"empty PEM", Pem, "", false},
         {"empty DER", Der, "", false},
@@ -72,35 +58,28 @@ TEST(CertPrivateKey, SettersClearFirstAndExportWhatTheyLoaded) {
         CertRef cert(certtest::loadDer("rsa.der", log));
         XString before(certtest::fixture("ec.key").c_str());
         ASSERT_TRUE(cert && cert->setPrivateKeyPem(before, log)) << "a key to be replaced";
-        bool ok = false;
-        if (c.how == Pem) {
-            XString pem(c.input.c_str());
-            ok = cert->setPrivateKeyPem(pem, log);
-        } else if (c.how == Der) {
-            DataBuffer der = bufferOf(c.input);
-            ok = cert->setPrivateKeyDer2(der, log);
-            EXPECT_TRUE(der.isSecure());
-        } else {
-            _ovPublicKey key;
-            if (!c.input.empty()) ASSERT_TRUE(key.loadAnyDer(bufferOf(c.input), log));
-            ok = cert->setPrivateKeyFromObj(key, log);
-        }
+        XString pem(c.input.c_str());
+        DataBuffer der = bufferOf(c.input), out, out2;
+        _ovPublicKey key;
+        const bool ok = c.how == Pem   ? cert->setPrivateKeyPem(pem, log)
+                        : c.how == Der ? cert->setPrivateKeyDer2(der, log)
+                                       : key.loadAnyDer(bufferOf(c.input), log) &&
+                                             cert->setPrivateKeyFromObj(key, log);
+        EXPECT_EQ(der.isSecure(), c.how == Der);
         EXPECT_EQ(ok, c.loads) << log.text();
         EXPECT_EQ(cert->hasPrivateKeyDer(log), c.loads);
         EXPECT_EQ(cert->hasPrivateKey(false, log), c.loads);
 
-        DataBuffer der, der2;
         bool viaToken = true;
-        ASSERT_TRUE(der.append("old", 3));
-        EXPECT_EQ(cert->getPrivateKeyAsDER(der, viaToken, log), c.loads);
-        EXPECT_FALSE(viaToken);
-        EXPECT_TRUE(der.isSecure());
-        EXPECT_EQ(ovtest::bytes(der), c.loads ? rsaPkcs8 : "") << "replaces, never appends";
-        EXPECT_EQ(cert->getPrivateKeyAsDER_noCryptoAPI(der2, log), c.loads);
-        EXPECT_EQ(ovtest::bytes(der2), ovtest::bytes(der));
-        StringBuffer pem("before\n");
-        EXPECT_EQ(cert->getPrivateKeyAsUnencryptedPEM_noCryptoAPI(pem, log), c.loads);
-        EXPECT_EQ(pem.getString(), "before\n" + (c.loads ? rsaPem : ""));
+        out.append("old", 3);
+        EXPECT_EQ(cert->getPrivateKeyAsDER(out, viaToken, log), c.loads);
+        EXPECT_TRUE(!viaToken && out.isSecure());
+        EXPECT_EQ(ovtest::bytes(out), c.loads ? rsaPkcs8 : "") << "replaces, never appends";
+        EXPECT_EQ(cert->getPrivateKeyAsDER_noCryptoAPI(out2, log), c.loads);
+        EXPECT_EQ(ovtest::bytes(out2), ovtest::bytes(out));
+        StringBuffer text("before\n");
+        EXPECT_EQ(cert->getPrivateKeyAsUnencryptedPEM_noCryptoAPI(text, log), c.loads);
+        EXPECT_EQ(text.getString(), "before\n" + (c.loads ? rsaPem : ""));
     }
 }
 
@@ -108,8 +87,7 @@ TEST(CertPrivateKey, SettersClearFirstAndExportWhatTheyLoaded) {
 // encoding of the EC certificate's key must match by X and the parity of Y, and
 // the same X with the other parity must not.
 TEST(CertPrivateKey, KeyMatchesItsCertificateOnly) {
-    const std::string compressed = sh("openssl ec -conv_form compressed -outform DER -in " +
-                                      ovtest::shq(certPath("ec.key")) + " 2>/dev/null");
+    const std::string compressed = keyTool("ec -conv_form compressed -outform DER", "ec.key");
     std::string otherParity = compressed;
     ASSERT_GT(otherParity.size(), 33u);
     otherParity[otherParity.size() - 33] ^= 1;  // 02 <-> 03 before the 32 bytes of X
@@ -151,16 +129,15 @@ TEST(CertPrivateKey, WhichLinkAnswersAndWhatItLogs) {
     const char* const warn2 =
         "w/ PKCS11, the private key handle can only be acquired in a PIN authenticated session.";
     const char* const useToken = "Will use the existing PKCS11 session for private key operations.";
-    LogTree setup;
-    CertRef cert(certtest::loadDer("rsa.der", setup));
     // No module: nothing to log in to.
     auto session = RefPtr<ClsPkcs11>::retain(ClsPkcs11::createNewCls());
-    auto json = RefPtr<ClsJsonObject>::retain(ClsJsonObject::createNewCls());
-    ASSERT_TRUE(session && json && json->updateString("service", "x", setup));
-
     for (bool verbose : {false, true}) {
         SCOPED_TRACE(verbose ? "verbose" : "quiet");
         LogTree log;
+        CertRef cert(certtest::loadDer("rsa.der", log));
+        auto json = RefPtr<ClsJsonObject>::retain(ClsJsonObject::createNewCls());
+        ASSERT_TRUE(cert && json->updateString("service", "x", log));
+        log.clearLog();
         log.verboseLogging = verbose;
         EXPECT_FALSE(cert->hasPrivateKey(true, log));
         DataBuffer der;
@@ -174,39 +151,32 @@ TEST(CertPrivateKey, WhichLinkAnswersAndWhatItLogs) {
         log.clearLog();
         cert->linkToPkcs11Session(session.get(), 0, 0, 0, log);
         EXPECT_TRUE(cert->hasPrivateKey(false, log));
-        EXPECT_TRUE(log.hasInfo(warn1) && log.hasInfo(warn2)) << log.text();
+        EXPECT_TRUE(log.hasInfo(warn1) && log.hasInfo(warn2) &&
+                    log.hasContext("pkcs11_login_before_signing") && !log.hasContext("pkcs11Login"))
+            << log.text();
         EXPECT_EQ(log.hasInfo(onToken), verbose);
-        EXPECT_TRUE(log.hasContext("pkcs11_login_before_signing"));
-        EXPECT_FALSE(log.hasContext("pkcs11Login"));
         log.clearLog();
         EXPECT_FALSE(cert->hasPrivateKeyDer(log));
-        EXPECT_TRUE(log.hasInfo(useToken));
-        EXPECT_FALSE(log.findData("status", status)) << "no status on the token path";
+        EXPECT_TRUE(log.hasInfo(useToken) && !log.findData("status", status)) << "no status";
 
         // A cloud signer comes before the token and is the certificate's own copy.
         log.clearLog();
         EXPECT_TRUE(cert->setCloudSigner(*json, log));
-        ASSERT_TRUE(json->updateString("other", "y", setup));
+        ASSERT_TRUE(json->updateString("other", "y", log));
         EXPECT_EQ(cert->m_cloudSigner->get_Size(), 1);
-        EXPECT_TRUE(cert->hasPrivateKey(false, log));
+        EXPECT_TRUE(cert->hasPrivateKey(false, log) && !log.hasInfo(warn1));
         EXPECT_EQ(log.hasInfo(cloud), verbose);
-        EXPECT_FALSE(log.hasInfo(warn1));
 
         // An in-memory key comes first of all, silently.
-        log.clearLog();
         XString pem(certtest::fixture("rsa.key").c_str());
         ASSERT_TRUE(cert->setPrivateKeyPem(pem, log));
         log.clearLog();
         EXPECT_TRUE(cert->hasPrivateKey(false, log));
         EXPECT_EQ(log.numEntries(), 0) << log.text();
 
-        // Undo all three for the next round; unlinking releases the reference.
-        DataBuffer none;
-        EXPECT_FALSE(cert->setPrivateKeyDer2(none, log));
+        // An empty signer object removes the signer.
         auto empty = RefPtr<ClsJsonObject>::retain(ClsJsonObject::createNewCls());
         EXPECT_TRUE(cert->setCloudSigner(*empty, log) && !cert->m_cloudSigner);
-        json->clear();
-        ASSERT_TRUE(json->updateString("service", "x", setup));
         cert->unlinkFromPkcs11Session();
     }
     EXPECT_EQ(session->getRefCount(), 1) << "every link was released";

@@ -74,6 +74,16 @@ inline std::string makeToken() {
     return "";
 }
 
+// Loads SoftHSM2 into p and opens a read-only session on the first initialised
+// token, which is the test token (the free slot beside it must be passed over),
+// logged in as the user when asked.
+inline void open(ClsPkcs11& p, bool loggedIn) {
+    LogTree log;
+    ASSERT_TRUE(p.loadModule(kModule, log) && p.openSession(-1, false, log) &&
+                (!loggedIn || p.login(ClsPkcs11::kUserNormal, kPin, log)))
+        << log.text();
+}
+
 // Makes the token once per process and points SoftHSM2 at it.
 inline void requireToken() {
     static const std::string error = makeToken();

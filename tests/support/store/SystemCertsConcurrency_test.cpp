@@ -16,17 +16,11 @@ using certtest::CertRef;
 
 namespace {
 
-struct StoreRef {
-    StoreRef() : store(new SystemCerts()) { store->incRefCount(); }
-    ~StoreRef() { store->decRefCount(); }
-    SystemCerts* store;
-};
-
 // Runs body(i) on n threads. A hang (two threads waiting on each other's lock)
 // cannot be undone from here, so it ends the program with a message instead of
 // leaving the test to the runner's timeout.
 template <typename F>
-void runThreads(int n, F body, const char* what) {
+void runThreads(int n, const char* what, F body) {
     std::vector<std::thread> threads;
     std::promise<void> done;
     std::atomic<int> left{n};
@@ -47,20 +41,17 @@ void runThreads(int n, F body, const char* what) {
 TEST(StoreConcurrency, IssuerSearchOverCrossCertifiedPair) {
     LogNull log;
     CertRef a(certtest::loadDer("cross-a.der", log)), b(certtest::loadDer("cross-b.der", log));
-    ASSERT_TRUE(a && b);
-    StoreRef s;
-    ASSERT_TRUE(s.store->addCertificate(a.get(), log) && s.store->addCertificate(b.get(), log));
+    auto store = RefPtr<SystemCerts>::retain(new SystemCerts());
+    ASSERT_TRUE(a && b && store->addCertificate(a.get(), log) &&
+                store->addCertificate(b.get(), log));
     std::atomic<int> wrong{0};
-    runThreads(
-        4,
-        [&](int i) {
-            CertCore* subject = i % 2 ? a.get() : b.get();
-            CertCore* want = i % 2 ? b.get() : a.get();
-            LogNull quiet;
-            for (int k = 0; k < 500; ++k)
-                if (s.store->sysCertsFindIssuer(*subject, true, quiet) != want) ++wrong;
-        },
-        "sysCertsFindIssuer");
+    runThreads(4, "sysCertsFindIssuer", [&](int i) {
+        CertCore* subject = i % 2 ? a.get() : b.get();
+        CertCore* want = i % 2 ? b.get() : a.get();
+        LogNull quiet;
+        for (int k = 0; k < 500; ++k)
+            if (store->sysCertsFindIssuer(*subject, true, quiet) != want) ++wrong;
+    });
     EXPECT_EQ(wrong.load(), 0);
 }
 
@@ -68,39 +59,35 @@ TEST(StoreConcurrency, IssuerSearchOverCrossCertifiedPair) {
 // side; the store ends with each certificate once.
 TEST(StoreConcurrency, AddsFindsAndSearchesTogether) {
     LogNull log;
-    const char* names[] = {"root.der", "inter.der", "ec.der", "rsa.der", "ed25519.der"};
-    std::vector<std::unique_ptr<CertRef>> certs;
-    for (const char* n : names) {
-        certs.push_back(std::make_unique<CertRef>(certtest::loadDer(n, log)));
-        ASSERT_TRUE(*certs.back()) << n;
+    std::vector<CertRef> certs;
+    for (const char* n : {"root.der", "inter.der", "ec.der", "rsa.der", "ed25519.der"}) {
+        certs.emplace_back(certtest::loadDer(n, log));
+        ASSERT_TRUE(certs.back()) << n;
     }
-    StoreRef s;
+    auto store = RefPtr<SystemCerts>::retain(new SystemCerts());
     std::atomic<int> wrong{0};
-    runThreads(
-        6,
-        [&](int i) {
-            LogNull quiet;
-            for (int round = 0; round < 40; ++round) {
-                for (auto& c : certs) {
-                    if (i < 2) {
-                        if (!s.store->addCertificate(c->get(), quiet)) ++wrong;
-                        continue;
-                    }
-                    std::string der = certtest::derOf(c->get());
-                    CertCore* found =
-                        s.store->findByDer(reinterpret_cast<const unsigned char*>(der.data()),
-                                           static_cast<unsigned>(der.size()));
-                    if (found && found != c->get()) ++wrong;
-                    CertCore* issuer = s.store->sysCertsFindIssuer(*c->get(), true, quiet);
-                    if (issuer && !c->get()->verifyCertSignature(issuer, quiet)) ++wrong;
-                    s.store->certAt(s.store->numCerts() - 1);
+    runThreads(6, "store", [&](int i) {
+        LogNull quiet;
+        for (int round = 0; round < 40; ++round) {
+            for (auto& c : certs) {
+                if (i < 2) {
+                    if (!store->addCertificate(c.get(), quiet)) ++wrong;
+                    continue;
                 }
+                std::string der = certtest::derOf(c.get());
+                CertCore* found =
+                    store->findByDer(reinterpret_cast<const unsigned char*>(der.data()),
+                                     static_cast<unsigned>(der.size()));
+                if (found && found != c.get()) ++wrong;
+                CertCore* issuer = store->sysCertsFindIssuer(*c.get(), true, quiet);
+                if (issuer && !c.get()->verifyCertSignature(issuer, quiet)) ++wrong;
+                store->certAt(store->numCerts() - 1);
             }
-        },
-        "store");
+        }
+    });
     EXPECT_EQ(wrong.load(), 0);
-    EXPECT_EQ(s.store->numCerts(), 5);
-    EXPECT_EQ(s.store->sysCertsFindIssuer(*certs[2]->get(), true, log), certs[1]->get());
+    EXPECT_EQ(store->numCerts(), 5);
+    EXPECT_EQ(store->sysCertsFindIssuer(*certs[2].get(), true, log), certs[1].get());
 }
 
 }  // namespace

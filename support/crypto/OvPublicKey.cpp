@@ -194,29 +194,25 @@ bool chooseKeyBlock(const char* text, unsigned n, bool preferPrivate, keypem::Bl
 
 }  // namespace
 
-bool _ovPublicKey::loadPem(bool preferPrivate, XString& pem, LogBase& log) {
+bool _ovPublicKey::loadChosenPemBlock(bool preferPrivate, XString& pem, const char* password,
+                                      LogBase& log) {
     clearPublicKey();
     const char* text = pem.getUtf8();
-    const unsigned n = pem.getSizeUtf8();
     keypem::Block b;
-    if (!chooseKeyBlock(text, n, preferPrivate, &b)) {
+    if (!chooseKeyBlock(text, pem.getSizeUtf8(), preferPrivate, &b)) {
         log.logError("No key found in the PEM.");
         return false;
     }
-    return loadPemBlock(text + b.blockStart, b.blockEnd - b.blockStart, nullptr, log);
+    return loadPemBlock(text + b.blockStart, b.blockEnd - b.blockStart, password, log);
+}
+
+bool _ovPublicKey::loadPem(bool preferPrivate, XString& pem, LogBase& log) {
+    return loadChosenPemBlock(preferPrivate, pem, nullptr, log);
 }
 
 bool _ovPublicKey::loadPemWithPassword(XString& pem, const char* password, LogBase& log) {
-    clearPublicKey();
-    const char* text = pem.getUtf8();
-    const unsigned n = pem.getSizeUtf8();
-    keypem::Block b;
-    if (!chooseKeyBlock(text, n, true, &b)) {
-        log.logError("No key found in the PEM.");
-        return false;
-    }
-    return loadPemBlock(text + b.blockStart, b.blockEnd - b.blockStart, password ? password : "",
-                        log);
+    // A non-null password (even empty) is what tells an encrypted block may be opened.
+    return loadChosenPemBlock(true, pem, password ? password : "", log);
 }
 
 bool _ovPublicKey::copyFromPubKey(const _ovPublicKey& other, LogBase& log) {

@@ -128,6 +128,8 @@ class _ovPublicKey : public NonRefCountedObj {
     // Takes a complete SPKI (and PKCS#8 when private) and fills the facts.
     bool adopt(DataBuffer& spki, DataBuffer* pkcs8, LogBase& log);
     bool loadPemBlock(const char* text, unsigned n, const char* password, LogBase& log);
+    // Clears, picks the PEM block loadPem would (private first when asked), loads it.
+    bool loadChosenPemBlock(bool preferPrivate, XString& pem, const char* password, LogBase& log);
 
     KeyKind m_kind = KeyKind::None;
     unsigned m_bits = 0;

@@ -345,22 +345,26 @@ bool StringBuffer::decode(const char* encoding, DataBuffer& out, LogBase& log) c
     return ok;
 }
 
-void StringBuffer::litScram(char* s) {
+namespace {
+
+// Shifts each printable ASCII character by a position-dependent amount,
+// forwards (+1) or back (-1); anything else stays as it is.
+void scramShift(char* s, int direction) {
     if (!s) return;
     for (int i = 0; s[i]; ++i) {
         unsigned char c = static_cast<unsigned char>(s[i]);
         if (c < 0x20 || c > 0x7e) continue;
         int shift = (kScramBase + kScramStep * i) % 95;
-        s[i] = static_cast<char>(0x20 + ((c - 0x20) - shift + 95) % 95);
+        s[i] = static_cast<char>(0x20 + ((c - 0x20) + direction * shift + 95) % 95);
     }
 }
 
+}  // namespace
+
+void StringBuffer::litScram(char* s) {
+    scramShift(s, -1);
+}
+
 void StringBuffer::litScramEncode(char* s) {
-    if (!s) return;
-    for (int i = 0; s[i]; ++i) {
-        unsigned char c = static_cast<unsigned char>(s[i]);
-        if (c < 0x20 || c > 0x7e) continue;
-        int shift = (kScramBase + kScramStep * i) % 95;
-        s[i] = static_cast<char>(0x20 + ((c - 0x20) + shift) % 95);
-    }
+    scramShift(s, +1);
 }

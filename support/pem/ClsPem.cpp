@@ -91,26 +91,30 @@ int ClsPem::get_NumPrivateKeys() const {
     return static_cast<int>(m_keys.size());
 }
 
-ClsCert* ClsPem::getCert(int n, LogBase& log) {
-    CritSecExitor lock(this);
-    if (n < 0 || static_cast<size_t>(n) >= m_certs.size()) {
-        log.logError("Certificate index out of range.");
+namespace {
+
+// Element n with a reference for the caller, or null (and why) out of range.
+template <class T>
+T* retainedAt(const std::vector<T*>& items, int n, const char* outOfRange, LogBase& log) {
+    if (n < 0 || static_cast<size_t>(n) >= items.size()) {
+        log.logError(outOfRange);
         return nullptr;
     }
-    ClsCert* c = m_certs[static_cast<size_t>(n)];
-    c->incRefCount();
-    return c;
+    T* item = items[static_cast<size_t>(n)];
+    item->incRefCount();
+    return item;
+}
+
+}  // namespace
+
+ClsCert* ClsPem::getCert(int n, LogBase& log) {
+    CritSecExitor lock(this);
+    return retainedAt(m_certs, n, "Certificate index out of range.", log);
 }
 
 ClsPrivateKey* ClsPem::getClsPrivateKey(int n, LogBase& log) {
     CritSecExitor lock(this);
-    if (n < 0 || static_cast<size_t>(n) >= m_keys.size()) {
-        log.logError("Private key index out of range.");
-        return nullptr;
-    }
-    ClsPrivateKey* k = m_keys[static_cast<size_t>(n)];
-    k->incRefCount();
-    return k;
+    return retainedAt(m_keys, n, "Private key index out of range.", log);
 }
 
 bool ClsPem::addCertDer(const unsigned char* der, unsigned n, LogBase& log) {

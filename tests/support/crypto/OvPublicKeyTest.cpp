@@ -8,7 +8,9 @@
 #include "support/base/LogBase.h"
 #include "support/base/StringBuffer.h"
 #include "support/base/XString.h"
+#include "support/crypto/OsslPtr.h"
 #include "support/crypto/OvPublicKey.h"
+#include "support/crypto/SigVerify.h"
 
 using namespace cryptotest;
 using ovtest::shq;
@@ -54,7 +56,8 @@ class OvPublicKeyTest : public cryptotest::OsslTest {};
 // Facts and every export against openssl. RSA and DSA keys are loaded from
 // their traditional form, which must come out as openssl's PKCS#8. (A SEC1 EC
 // key is wrapped whole, curve included, where openssl drops the curve.) The key
-// id must not depend on how a key or its certificate was encoded.
+// id must not depend on how a key or its certificate was encoded. Signatures
+// made with the OpenSSL key the container builds verify under its own SPKI.
 TEST_F(OvPublicKeyTest, FactsExportsAndKeyIdMatchOpenssl) {
     struct Conv {
         const char* name;
@@ -70,6 +73,17 @@ TEST_F(OvPublicKeyTest, FactsExportsAndKeyIdMatchOpenssl) {
         {"pkcs8 without public", "ec",
          "ec -in %K -no_public | openssl pkcs8 -topk8 -nocrypt -outform DER"},
         {"certificate spki", "", "x509 -in %C -pubkey -noout"},
+    };
+    struct Signer {
+        const char* familyOrName;
+        const char* md;  // null for EdDSA
+        const char* sigAlgHex;
+    } signers[] = {
+        {"rsa", "SHA256", "300D06092A864886F70D01010B0500"},
+        {"ec", "SHA384", "300C06082A8648CE3D0403030500"},  // NULL tolerated for ECDSA
+        {"dsa", "SHA256", "300B0609608648016503040302"},
+        {"ed25519", nullptr, "300506032B6570"},
+        {"ed448", nullptr, "300506032B6571"},
     };
     std::set<std::string> ids;
     for (const KeyCase& c : kKeys) {
@@ -123,6 +137,24 @@ TEST_F(OvPublicKeyTest, FactsExportsAndKeyIdMatchOpenssl) {
             pem.getString(),
             std::regex("-----BEGIN " + label + "-----\r\n([A-Za-z0-9+/]{64}\r\n)*" +
                        "[A-Za-z0-9+/=]{1,64}\r\n-----END " + label + "-----\r\n")));
+        for (const Signer& sg : signers) {
+            if (strcmp(sg.familyOrName, c.family) && strcmp(sg.familyOrName, c.name)) continue;
+            const std::string msg = "signed by the container", alg = fromHex(sg.sigAlgHex);
+            const auto* m = reinterpret_cast<const unsigned char*>(msg.data());
+            EVP_PKEY* pkey = k.evpKey(log);
+            ASSERT_NE(nullptr, pkey) << log.text();
+            ossl::MdCtxPtr ctx(EVP_MD_CTX_new());
+            size_t len = 0;
+            ASSERT_EQ(1, EVP_DigestSignInit_ex(ctx.get(), nullptr, sg.md, nullptr, nullptr, pkey,
+                                               nullptr));
+            ASSERT_EQ(1, EVP_DigestSign(ctx.get(), nullptr, &len, m, msg.size()));
+            std::string sig(len, '\0');
+            ASSERT_EQ(1, EVP_DigestSign(ctx.get(), reinterpret_cast<unsigned char*>(&sig[0]), &len,
+                                        m, msg.size()));
+            sig.resize(len);
+            EXPECT_TRUE(ovVerifySignature(in(spki), in(alg), in(msg), in(sig), log)) << log.text();
+            EXPECT_FALSE(ovVerifySignature(in(spki), in(alg), in(msg + "!"), in(sig), log));
+        }
         // Every truncation and a trailing byte make a load fail and leave nothing.
         for (const std::string* form : {&spki, &p8, &trad}) {
             _ovPublicKey cut;

@@ -5,7 +5,6 @@
 #include "CryptoTestUtil.h"
 #include "support/base/LogBase.h"
 #include "support/base/XString.h"
-#include "support/crypto/OvPublicKey.h"
 #include "support/crypto/SigVerify.h"
 
 using namespace cryptotest;
@@ -15,11 +14,6 @@ namespace {
 
 std::string str(DerInput d) {
     return std::string(reinterpret_cast<const char*>(d.data()), d.size());
-}
-
-std::string fromHex(const char* hex) {
-    DataBuffer b;
-    return b.appendEncoded(hex, "hex") ? toStr(b) : "";
 }
 
 // The signed part, the signature algorithm and the signature of a certificate,
@@ -121,46 +115,6 @@ TEST_F(SigVerifyTest, CertificatesUnderKeysAndAlgorithmIdentifiers) {
             LogTree badLog;
             EXPECT_TRUE(!verify(bad, spki, badLog) && badLog.hasErrors()) << variant;
         }
-    }
-}
-
-// Signatures made with the OpenSSL key a container builds verify under the
-// container's own SPKI.
-TEST_F(SigVerifyTest, ContainerKeysSignWhatTheVerifierAccepts) {
-    struct Case {
-        const char* key;
-        const char* md;  // null for EdDSA
-        const char* sigAlgHex;
-    } cases[] = {
-        {"rsa2048", "SHA256", "300D06092A864886F70D01010B0500"},
-        {"p384", "SHA384", "300C06082A8648CE3D0403030500"},  // NULL tolerated for ECDSA
-        {"ed25519", nullptr, "300506032B6570"},
-        {"dsa2048", "SHA256", "300B0609608648016503040302"},
-    };
-    const std::string msg = "signed by the container";
-    const auto* m = reinterpret_cast<const unsigned char*>(msg.data());
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.key);
-        LogTree log;
-        _ovPublicKey k;
-        XString pem(ovtest::readFile(keyFile(c.key)).c_str());
-        ASSERT_TRUE(k.loadPem(true, pem, log));
-        EVP_PKEY* pkey = k.evpKey(log);
-        ASSERT_NE(nullptr, pkey) << log.text();
-        ossl::MdCtxPtr ctx(EVP_MD_CTX_new());
-        size_t len = 0;
-        ASSERT_EQ(1,
-                  EVP_DigestSignInit_ex(ctx.get(), nullptr, c.md, nullptr, nullptr, pkey, nullptr));
-        ASSERT_EQ(1, EVP_DigestSign(ctx.get(), nullptr, &len, m, msg.size()));
-        std::string sig(len, '\0');
-        ASSERT_EQ(1, EVP_DigestSign(ctx.get(), reinterpret_cast<unsigned char*>(&sig[0]), &len, m,
-                                    msg.size()));
-        sig.resize(len);
-        DataBuffer spki;
-        ASSERT_TRUE(k.toPubKeyDer(true, spki, log));
-        const std::string alg = fromHex(c.sigAlgHex), s = toStr(spki);
-        EXPECT_TRUE(ovVerifySignature(in(s), in(alg), in(msg), in(sig), log)) << log.text();
-        EXPECT_FALSE(ovVerifySignature(in(s), in(alg), in(msg + "!"), in(sig), log));
     }
 }
 

@@ -45,6 +45,11 @@ inline std::string toStr(const DataBuffer& b) {
     return std::string(reinterpret_cast<const char*>(b.getData2()), b.getSize());
 }
 
+inline std::string fromHex(const char* hex) {
+    DataBuffer b;
+    return b.appendEncoded(hex, "hex") ? toStr(b) : "";
+}
+
 inline DerInput in(const std::string& s) {
     return DerInput(reinterpret_cast<const unsigned char*>(s.data()), s.size());
 }

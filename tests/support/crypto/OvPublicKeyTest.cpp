@@ -8,7 +8,9 @@
 #include "support/base/LogBase.h"
 #include "support/base/StringBuffer.h"
 #include "support/base/XString.h"
+#include "support/crypto/OsslPtr.h"
 #include "support/crypto/OvPublicKey.h"
+#include "support/crypto/SigVerify.h"
 
 using namespace cryptotest;
 using ovtest::shq;
@@ -53,8 +55,37 @@ class OvPublicKeyTest : public cryptotest::OsslTest {};
 
 // Facts and every export against openssl. RSA and DSA keys are loaded from
 // their traditional form, which must come out as openssl's PKCS#8. (A SEC1 EC
-// key is wrapped whole, curve included, where openssl drops the curve.)
-TEST_F(OvPublicKeyTest, FactsAndExportsMatchOpenssl) {
+// key is wrapped whole, curve included, where openssl drops the curve.) The key
+// id must not depend on how a key or its certificate was encoded. Signatures
+// made with the OpenSSL key the container builds verify under its own SPKI.
+TEST_F(OvPublicKeyTest, FactsExportsAndKeyIdMatchOpenssl) {
+    struct Conv {
+        const char* name;
+        const char* family;  // "" for every key type
+        const char* cmd;     // %K key file, %C self-signed cert
+    } convs[] = {
+        {"traditional pem", "rsa ec dsa", "pkey -in %K -traditional"},
+        {"pkcs1 public der", "rsa", "rsa -in %K -RSAPublicKey_out -outform DER"},
+        {"pkcs1 public pem", "rsa", "rsa -in %K -RSAPublicKey_out"},
+        {"compressed spki", "ec", "ec -in %K -pubout -conv_form compressed -outform DER"},
+        {"sec1 compressed", "ec", "ec -in %K -conv_form compressed -outform DER"},
+        {"sec1 without public", "ec", "ec -in %K -no_public -outform DER"},
+        {"pkcs8 without public", "ec",
+         "ec -in %K -no_public | openssl pkcs8 -topk8 -nocrypt -outform DER"},
+        {"certificate spki", "", "x509 -in %C -pubkey -noout"},
+    };
+    struct Signer {
+        const char* familyOrName;
+        const char* md;  // null for EdDSA
+        const char* sigAlgHex;
+    } signers[] = {
+        {"rsa", "SHA256", "300D06092A864886F70D01010B0500"},
+        {"ec", "SHA384", "300C06082A8648CE3D0403030500"},  // NULL tolerated for ECDSA
+        {"dsa", "SHA256", "300B0609608648016503040302"},
+        {"ed25519", nullptr, "300506032B6570"},
+        {"ed448", nullptr, "300506032B6571"},
+    };
+    std::set<std::string> ids;
     for (const KeyCase& c : kKeys) {
         SCOPED_TRACE(c.name);
         const std::string spki = opensslOut("pkey -in %K -pubout -outform DER", c.name);
@@ -69,13 +100,18 @@ TEST_F(OvPublicKeyTest, FactsAndExportsMatchOpenssl) {
                         : !strcmp(c.name, "ed25519") ? 256
                                                      : 448;
         LogTree log;
-        _ovPublicKey k, pub;
+        _ovPublicKey ref, k, pub;
+        ASSERT_TRUE(loadFile(ref, keyFile(c.name), log)) << log.text();  // PKCS#8 PEM
         ASSERT_TRUE(k.loadAnyDer(toDb(c.code == 1 || c.code == 2 ? trad : p8), log)) << log.text();
         ASSERT_TRUE(pub.loadAnyDer(toDb(spki), log)) << log.text();
+        const std::string id = keyId(ref);
+        EXPECT_TRUE(std::regex_match(id, std::regex("[0-9A-F]{16}"))) << id;
+        ids.insert(id);
         for (const _ovPublicKey* key : {&k, &pub}) {
             EXPECT_STREQ(c.typeStr, key->keyTypeStr());
             EXPECT_EQ(c.code, key->keyTypeCode());
             EXPECT_EQ(bits, key->getBitLength());
+            EXPECT_EQ(id, keyId(*key));
         }
         EXPECT_TRUE(k.isPrivateKey() && !pub.isPrivateKey());
 
@@ -101,65 +137,63 @@ TEST_F(OvPublicKeyTest, FactsAndExportsMatchOpenssl) {
             pem.getString(),
             std::regex("-----BEGIN " + label + "-----\r\n([A-Za-z0-9+/]{64}\r\n)*" +
                        "[A-Za-z0-9+/=]{1,64}\r\n-----END " + label + "-----\r\n")));
+        for (const Signer& sg : signers) {
+            if (strcmp(sg.familyOrName, c.family) && strcmp(sg.familyOrName, c.name)) continue;
+            const std::string msg = "signed by the container", alg = fromHex(sg.sigAlgHex);
+            const auto* m = reinterpret_cast<const unsigned char*>(msg.data());
+            EVP_PKEY* pkey = k.evpKey(log);
+            ASSERT_NE(nullptr, pkey) << log.text();
+            ossl::MdCtxPtr ctx(EVP_MD_CTX_new());
+            size_t len = 0;
+            ASSERT_EQ(1, EVP_DigestSignInit_ex(ctx.get(), nullptr, sg.md, nullptr, nullptr, pkey,
+                                               nullptr));
+            ASSERT_EQ(1, EVP_DigestSign(ctx.get(), nullptr, &len, m, msg.size()));
+            std::string sig(len, '\0');
+            ASSERT_EQ(1, EVP_DigestSign(ctx.get(), reinterpret_cast<unsigned char*>(&sig[0]), &len,
+                                        m, msg.size()));
+            sig.resize(len);
+            EXPECT_TRUE(ovVerifySignature(in(spki), in(alg), in(msg), in(sig), log)) << log.text();
+            EXPECT_FALSE(ovVerifySignature(in(spki), in(alg), in(msg + "!"), in(sig), log));
+        }
+        // Every truncation and a trailing byte make a load fail and leave nothing.
+        for (const std::string* form : {&spki, &p8, &trad}) {
+            _ovPublicKey cut;
+            LogNull quiet;
+            ASSERT_TRUE(cut.loadAnyDer(toDb(*form), quiet));
+            for (size_t len = 0; len < form->size(); ++len)
+                EXPECT_TRUE(!cut.loadAnyDer(toDb(form->substr(0, len)), quiet) && cut.isEmpty())
+                    << len;
+            EXPECT_TRUE(!cut.loadAnyDer(toDb(*form + '\0'), quiet) && cut.isEmpty());
+        }
         ASSERT_TRUE(ovtest::writeFile(tmp.file("out.pem"), pem.getString()));
         EXPECT_TRUE(spki ==
                     opensslOut("pkey -in " + shq(tmp.file("out.pem")) + " -pubout -outform DER"));
-    }
-}
 
-// The key id must not depend on how a key or its certificate was encoded.
-TEST_F(OvPublicKeyTest, KeyIdIsTheSameInEveryEncoding) {
-    struct Conv {
-        const char* name;
-        const char* family;  // "" for every key type
-        const char* cmd;     // %K key file, %C self-signed cert
-    } convs[] = {
-        {"pkcs8 der", "", "pkcs8 -topk8 -nocrypt -in %K -outform DER"},
-        {"spki der", "", "pkey -in %K -pubout -outform DER"},
-        {"traditional pem", "rsa ec dsa", "pkey -in %K -traditional"},
-        {"pkcs1 public der", "rsa", "rsa -in %K -RSAPublicKey_out -outform DER"},
-        {"pkcs1 public pem", "rsa", "rsa -in %K -RSAPublicKey_out"},
-        {"compressed spki", "ec", "ec -in %K -pubout -conv_form compressed -outform DER"},
-        {"sec1 compressed", "ec", "ec -in %K -conv_form compressed -outform DER"},
-        {"sec1 without public", "ec", "ec -in %K -no_public -outform DER"},
-        {"pkcs8 without public", "ec",
-         "ec -in %K -no_public | openssl pkcs8 -topk8 -nocrypt -outform DER"},
-        {"certificate spki", "", "x509 -in %C -pubkey -noout"},
-    };
-    std::set<std::string> ids;
-    for (const KeyCase& c : kKeys) {
-        SCOPED_TRACE(c.name);
-        LogTree log;
-        _ovPublicKey ref;
-        ASSERT_TRUE(loadFile(ref, keyFile(c.name), log)) << log.text();
-        const std::string id = keyId(ref);
-        EXPECT_TRUE(std::regex_match(id, std::regex("[0-9A-F]{16}"))) << id;
-        ids.insert(id);
         for (const Conv& v : convs) {
             if ((*v.family && !strstr(v.family, c.family)) ||
                 (strstr(v.cmd, "%C") && !c.hasSelfCert))
                 continue;
             SCOPED_TRACE(v.name);
             const std::string cert = shq(fixture(std::string(c.name) + ".self.pem"));
-            _ovPublicKey k;
-            ASSERT_TRUE(
-                load(k, opensslOut(std::regex_replace(v.cmd, std::regex("%C"), cert), c.name), log))
+            _ovPublicKey conv;
+            ASSERT_TRUE(load(
+                conv, opensslOut(std::regex_replace(v.cmd, std::regex("%C"), cert), c.name), log))
                 << log.text();
-            EXPECT_EQ(id, keyId(k));
-            EXPECT_EQ(ref.getBitLength(), k.getBitLength());
+            EXPECT_EQ(id, keyId(conv));
+            EXPECT_EQ(bits, conv.getBitLength());
         }
         if (!strcmp(c.family, "rsa")) {
             // An SPKI whose AlgorithmIdentifier leaves out the NULL parameters.
-            std::string spki = opensslOut("pkey -in %K -pubout -outform DER", c.name);
+            std::string noNull = spki;
             const std::string withNull("\x06\x09\x2a\x86\x48\x86\xf7\x0d\x01\x01\x01\x05\x00", 13);
-            size_t at = spki.find(withNull);
+            size_t at = noNull.find(withNull);
             ASSERT_NE(std::string::npos, at);
-            spki.erase(at + 11, 2);
-            spki[at - 1] = 0x0b;                   // the AlgorithmIdentifier's length
-            spki[spki[1] == '\x82' ? 3 : 2] -= 2;  // the SPKI's (two or one length bytes)
-            _ovPublicKey k;
-            ASSERT_TRUE(k.loadAnyDer(toDb(spki), log)) << log.text();
-            EXPECT_EQ(id, keyId(k));
+            noNull.erase(at + 11, 2);
+            noNull[at - 1] = 0x0b;                     // the AlgorithmIdentifier's length
+            noNull[noNull[1] == '\x82' ? 3 : 2] -= 2;  // the SPKI's (two or one length bytes)
+            _ovPublicKey conv;
+            ASSERT_TRUE(conv.loadAnyDer(toDb(noNull), log)) << log.text();
+            EXPECT_EQ(id, keyId(conv));
         }
     }
     EXPECT_EQ(sizeof kKeys / sizeof kKeys[0], ids.size()) << "two keys share an id";
@@ -230,25 +264,6 @@ TEST_F(OvPublicKeyTest, PemBlockChoice) {
         EXPECT_STREQ(c.wantType ? c.wantType : "none", k.keyTypeStr());
         EXPECT_EQ(c.wantPrivate, k.isPrivateKey());
         EXPECT_EQ(c.wantType == nullptr, log.hasErrors());
-    }
-}
-
-// Every truncation and a trailing byte make the load fail and leave nothing.
-TEST_F(OvPublicKeyTest, MalformedDerFailsCleanly) {
-    for (const char* key : {"p256", "rsa1024"}) {
-        for (const char* cmd : {"pkey -in %K -pubout -outform DER", "pkey -in %K -outform DER",
-                                "pkey -in %K -traditional -outform DER"}) {
-            SCOPED_TRACE(std::string(key) + ": " + cmd);
-            const std::string der = opensslOut(cmd, key);
-            _ovPublicKey k;
-            LogTree log;
-            ASSERT_TRUE(k.loadAnyDer(toDb(der), log));
-            for (size_t len = 0; len < der.size(); ++len) {
-                LogNull quiet;
-                EXPECT_TRUE(!k.loadAnyDer(toDb(der.substr(0, len)), quiet) && k.isEmpty()) << len;
-            }
-            EXPECT_TRUE(!k.loadAnyDer(toDb(der + '\0'), log) && k.isEmpty());
-        }
     }
 }
 

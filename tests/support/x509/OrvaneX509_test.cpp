@@ -101,23 +101,24 @@ const Fixture kFixtures[] = {
 
 }  // namespace
 
-TEST(OrvaneX509Fixtures, SerialIsTheEncodedOctets) {
-    for (const Fixture& f : kFixtures) {
-        SCOPED_TRACE(f.file);
-        SCOPED_TRACE(f.serialWhy ? f.serialWhy : "as openssl prints it");
-        LogTree log;
-        XString serial;
-        ASSERT_TRUE(load(f.file)->get_SerialNumber(serial, log));
-        EXPECT_EQ(f.serial ? f.serial : x509Field(f.file, "-serial"), serial.getUtf8());
-    }
-}
-
-TEST(OrvaneX509Fixtures, ValidityInUtcMatchesOpenssl) {
+// Per fixture: serial, validity and both name styles as openssl prints them;
+// the name read back from its XML (as the CRL reader walks it, last RDN first,
+// through appendToDN) is the DN text, so CRL and certificate issuers compare;
+// key type and size as the key container reports them; the object stays within
+// twice its DER; one object reloads every fixture in turn, with a file's line
+// break and padding after it, keeping nothing from the last; the signature
+// verifies under its issuer and no other key.
+TEST(OrvaneX509Fixtures, EachFixtureAgainstOpensslAndItself) {
+    OrvaneX509 reloaded;
     for (const Fixture& f : kFixtures) {
         SCOPED_TRACE(f.file);
         auto x = load(f.file);
+        LogTree log, bad;
+        XString serial;
+        ASSERT_TRUE(x->get_SerialNumber(serial, log));
+        EXPECT_EQ(f.serial ? f.serial : x509Field(f.file, "-serial"), serial.getUtf8())
+            << (f.serialWhy ? f.serialWhy : "as openssl prints it");
         for (bool from : {true, false}) {
-            LogTree log;
             OrvaneSysTime t;
             ASSERT_TRUE(x->get_Valid_To_or_From_UTC(from, t, log));
             char buf[40];  // openssl's "2026-11-22 05:00:07Z"
@@ -127,38 +128,18 @@ TEST(OrvaneX509Fixtures, ValidityInUtcMatchesOpenssl) {
                                             " -dateopt iso_8601"),
                       buf);
         }
-    }
-}
-
-TEST(OrvaneX509Fixtures, NamesMatchOpensslInBothStyles) {
-    for (const Fixture& f : kFixtures) {
-        SCOPED_TRACE(f.file);
-        auto x = load(f.file);
         for (bool subject : {true, false}) {
             const std::string opts =
                 std::string(subject ? "-subject" : "-issuer") + " -nameopt RFC2253,-esc_msb";
-            LogTree log;
             XString rfc, everyday;
             ASSERT_TRUE(x->getDN(subject, true, rfc, log, X509Name::kStyleRfc4514) &&
                         x->getDN(subject, true, everyday, log, X509Name::kStyleEveryday));
-            if (!f.rfc4514Why) {
-                EXPECT_EQ(x509Field(f.file, opts), rfc.getUtf8());
-            }
+            if (!f.rfc4514Why) EXPECT_EQ(x509Field(f.file, opts), rfc.getUtf8());
             if (!f.everydayWhy) {
                 EXPECT_EQ(x509Field(f.file, opts + ",sep_comma_plus_space"), everyday.getUtf8());
             }
         }
-    }
-}
 
-// A reader that has only the name's XML (the CRL reader) walks its RDNs from the
-// last to the first through appendToDN: its text must be the DN text, so that
-// CRL issuers and certificate issuers compare.
-TEST(OrvaneX509Fixtures, NameFromXmlIsTheNameFromDer) {
-    for (const Fixture& f : kFixtures) {
-        SCOPED_TRACE(f.file);
-        auto x = load(f.file);
-        LogTree log;
         DataBuffer der;
         StringBuffer xml;
         der.append(x->subjectDer().data(), static_cast<unsigned>(x->subjectDer().size()));
@@ -177,16 +158,7 @@ TEST(OrvaneX509Fixtures, NameFromXmlIsTheNameFromDer) {
                 EXPECT_STREQ(fromDer.getUtf8(), fromXml.getUtf8());
             }
         }
-    }
-}
 
-// Key type and size as the key container reports them for the same key; the
-// whole object stays within twice its DER.
-TEST(OrvaneX509Fixtures, KeyTypeAndSizeAsTheKeyContainerSaysAndHeapBounded) {
-    for (const Fixture& f : kFixtures) {
-        SCOPED_TRACE(f.file);
-        auto x = load(f.file);
-        LogTree log;
         int type = -1;
         unsigned bits = 0;
         DataBuffer spki;
@@ -195,17 +167,7 @@ TEST(OrvaneX509Fixtures, KeyTypeAndSizeAsTheKeyContainerSaysAndHeapBounded) {
                     key.loadAnyDer(spki, log));
         EXPECT_TRUE(key.keyTypeCode() == type && key.getBitLength() == bits) << type << " " << bits;
         EXPECT_LE(x->heapUsage(), 2 * x->getCertDerSize());
-    }
-}
 
-// One object loads every fixture in turn, with a file's line break and padding
-// after it: the padding is not kept, and nothing cached from the last one stays.
-TEST(OrvaneX509Fixtures, OneObjectReloadsEveryFixture) {
-    OrvaneX509 reloaded;
-    for (const Fixture& f : kFixtures) {
-        SCOPED_TRACE(f.file);
-        auto x = load(f.file);
-        LogTree log;
         std::vector<unsigned char> padded = fixtureBytes(f.file);
         padded.insert(padded.end(), {'\r', '\n', 0, 0});
         XString mine, fresh;
@@ -213,16 +175,8 @@ TEST(OrvaneX509Fixtures, OneObjectReloadsEveryFixture) {
                     x->get_Sha1ThumbprintX(fresh, log));
         EXPECT_TRUE(reloaded.certDer().equals(x->certDer()));
         EXPECT_STREQ(fresh.getUtf8(), mine.getUtf8());
-    }
-}
 
-TEST(OrvaneX509Fixtures, SignatureVerifiesUnderItsIssuerAndNoOtherKey) {
-    for (const Fixture& f : kFixtures) {
-        SCOPED_TRACE(f.file);
-        auto x = load(f.file);
-        LogTree log, bad;
-        EXPECT_TRUE(x->verifyCertSignature(f.issuer ? load(f.issuer).get() : nullptr, log))
-            << log.text();
+        EXPECT_TRUE(x->verifyCertSignature(f.issuer ? load(f.issuer).get() : nullptr, log));
         auto other =
             load(std::string(f.file) == "leaf_p256.der" ? "leaf_p384.der" : "leaf_p256.der");
         EXPECT_TRUE(!x->verifyCertSignature(other.get(), bad) && bad.hasErrors());

@@ -10,30 +10,19 @@
 namespace {
 
 TEST(StringBuffer, ReplaceFamilies) {
-    struct Case {
-        const char* name;
-        const char* in;
-        int op;  // 0 first, 1 first no-case, 2 last, 3 all
-        const char* from;
-        const char* to;
-        const char* want;
-    } cases[] = {
-        {"first", "a-b-c", 0, "-", "+", "a+b-c"},
-        {"first case sensitive miss", "ABC", 0, "b", "x", "ABC"},
-        {"first ignoring case", "ABC", 1, "b", "x", "AxC"},
-        {"last", "a-b-c", 2, "-", "+", "a-b+c"},
-        {"all", "a-b-c", 3, "-", "--", "a--b--c"},
-        {"all grows and shrinks", "aaaa", 3, "aa", "b", "bb"},
-        {"replacement contains pattern", "ab", 3, "a", "aa", "aab"},
+    // Operation (f first, i first ignoring case, l last, a all), input, from, to, result.
+    const char* const cases[][5] = {
+        {"f", "a-b-c", "-", "+", "a+b-c"},    {"f", "ABC", "b", "x", "ABC"},
+        {"i", "ABC", "b", "x", "AxC"},        {"l", "a-b-c", "-", "+", "a-b+c"},
+        {"a", "a-b-c", "-", "--", "a--b--c"}, {"a", "aaaa", "aa", "b", "bb"},
+        {"a", "ab", "a", "aa", "aab"},  // the replacement holds the pattern
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        StringBuffer sb(c.in);
-        if (c.op == 0) sb.replaceFirstOccurance(c.from, c.to, false);
-        if (c.op == 1) sb.replaceFirstOccurance(c.from, c.to, true);
-        if (c.op == 2) sb.replaceLastOccurance(c.from, c.to);
-        if (c.op == 3) sb.replaceAllOccurances(c.from, c.to);
-        EXPECT_STREQ(sb.getString(), c.want);
+        StringBuffer sb(c[1]);
+        if (*c[0] == 'f' || *c[0] == 'i') sb.replaceFirstOccurance(c[2], c[3], *c[0] == 'i');
+        if (*c[0] == 'l') sb.replaceLastOccurance(c[2], c[3]);
+        if (*c[0] == 'a') sb.replaceAllOccurances(c[2], c[3]);
+        EXPECT_STREQ(c[4], sb.getString()) << c[0] << " " << c[1];
     }
 }
 
@@ -44,23 +33,18 @@ TEST(StringBuffer, ChopTrimAndWhitespace) {
     StringBuffer xml("<a>\r\n  <b> x </b>\t</a>\n");
     xml.removeFws();
     EXPECT_STREQ(xml.getString(), "<a><b>x</b></a>");
-    StringBuffer t(" \t\r\n x y \n");
-    t.trim2();
-    EXPECT_STREQ(t.getString(), "x y");
-    StringBuffer blank("   ");
-    blank.trim2();
-    EXPECT_EQ(blank.getSize(), 0u);
+    for (const auto& [in, want] : {std::pair{" \t\r\n x y \n", "x y"}, {"   ", ""}}) {
+        StringBuffer t(in);
+        t.trim2();
+        EXPECT_EQ(want, std::string(t.getString(), t.getSize()));
+    }
 }
 
 TEST(StringBuffer, TestsAreCaseSensitiveExceptBeginsWithIgnoreCase) {
     StringBuffer sb("Hello.World");
-    EXPECT_TRUE(sb.beginsWith("Hello"));
-    EXPECT_FALSE(sb.beginsWith("hello"));
-    EXPECT_TRUE(sb.beginsWithIgnoreCase("hELLO"));
-    EXPECT_TRUE(sb.endsWith("World"));
-    EXPECT_FALSE(sb.endsWith("world"));
-    EXPECT_FALSE(sb.containsSubstring("o.w"));
-    EXPECT_FALSE(sb.beginsWith("Hello.World!"));
+    EXPECT_TRUE(sb.beginsWith("Hello") && sb.beginsWithIgnoreCase("hELLO") && sb.endsWith("World"));
+    EXPECT_FALSE(sb.beginsWith("hello") || sb.endsWith("world") || sb.containsSubstring("o.w") ||
+                 sb.beginsWith("Hello.World!"));
 }
 
 TEST(StringBuffer, BinaryTextWithZeroBytes) {
@@ -79,9 +63,7 @@ TEST(StringBuffer, ScrambledLiteralsRoundTrip) {
         std::vector<char> buf(s.begin(), s.end());
         buf.push_back('\0');
         StringBuffer::litScramEncode(buf.data());
-        if (!s.empty()) {
-            EXPECT_NE(std::string(buf.data()), s);
-        }
+        EXPECT_TRUE(s.empty() || std::string(buf.data()) != s);
         StringBuffer sb(t);
         EXPECT_TRUE(sb.equals_x(buf.data()));
         StringBuffer::litScram(buf.data());
@@ -90,24 +72,19 @@ TEST(StringBuffer, ScrambledLiteralsRoundTrip) {
 }
 
 TEST(XString, Utf16ToUtf8) {
-    struct Case {
-        const char* name;
-        std::string le;
-        const char* want;
-    } cases[] = {
-        {"ascii", std::string("A\0B\0", 4), "AB"},
-        {"latin and euro", std::string("\xe9\0\xac\x20", 4), "\xc3\xa9\xe2\x82\xac"},
-        {"surrogate pair", std::string("\x3d\xd8\x00\xde", 4), "\xf0\x9f\x98\x80"},
-        {"lone high surrogate", std::string("\x3d\xd8\x41\x00", 4),
+    // Little-endian UTF-16 (two code units each) and its UTF-8.
+    const char* const cases[][2] = {
+        {"A\0B\0", "AB"},
+        {"\xe9\0\xac\x20", "\xc3\xa9\xe2\x82\xac"},
+        {"\x3d\xd8\x00\xde", "\xf0\x9f\x98\x80"},  // a surrogate pair
+        {"\x3d\xd8\x41\x00",
          "\xef\xbf\xbd"
-         "A"},
+         "A"},  // a lone high surrogate
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
         XString x;
-        ASSERT_TRUE(x.appendUtf16N_le(reinterpret_cast<const unsigned char*>(c.le.data()),
-                                      static_cast<unsigned>(c.le.size() / 2)));
-        EXPECT_STREQ(x.getUtf8(), c.want);
+        ASSERT_TRUE(x.appendUtf16N_le(reinterpret_cast<const unsigned char*>(c[0]), 2));
+        EXPECT_STREQ(c[1], x.getUtf8()) << c[1];
     }
     XString be;
     be.appendUtf16N_be(reinterpret_cast<const unsigned char*>("\x00\x41\x20\xac"), 2);
@@ -118,14 +95,9 @@ TEST(XString, Utf16ToUtf8) {
 }
 
 TEST(XString, IntValue) {
-    struct Case {
-        const char* in;
-        int want;
-    } cases[] = {{"42", 42}, {" -7", -7}, {"12abc", 12}, {"abc", 0}, {"", 0}, {"99999999999", 0}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.in);
-        EXPECT_EQ(XString(c.in).intValue(), c.want);
-    }
+    const std::pair<const char*, int> cases[] = {{"42", 42}, {" -7", -7}, {"12abc", 12},
+                                                 {"abc", 0}, {"", 0},     {"99999999999", 0}};
+    for (const auto& [in, want] : cases) EXPECT_EQ(want, XString(in).intValue()) << in;
 }
 
 TEST(OvStr, HelpersAcceptNull) {
@@ -134,10 +106,10 @@ TEST(OvStr, HelpersAcceptNull) {
     EXPECT_EQ(ov_valHexN("1aFz", 4), 0x1afu);
     EXPECT_EQ(ov_valHexN("ffffffff", 8), 0xffffffffu);
     char buf[11];
-    ov_uint32_to_str(4294967295u, buf);
-    EXPECT_STREQ(buf, "4294967295");
-    ov_uint32_to_str(0, buf);
-    EXPECT_STREQ(buf, "0");
+    for (unsigned v : {4294967295u, 0u}) {
+        ov_uint32_to_str(v, buf);
+        EXPECT_EQ(std::to_string(v), buf);
+    }
 }
 
 }  // namespace

@@ -98,10 +98,11 @@ inline std::string derOf(const _ovAsn1* node, bool normalizeBer) {
 // Renders in after what xml holds, decoding it into an item on the side; a
 // failure must leave both the text and the items alone.
 inline bool render(const Bytes& in, std::string& xml, LogBase& log, bool compact = true,
-                   bool allowBer = true) {
+                   bool allowBer = true, ExtPtrArray* items = nullptr) {
     DataBuffer db;
     StringBuffer sb(xml.c_str());
-    ExtPtrArray item;
+    ExtPtrArray local;
+    ExtPtrArray& item = items ? *items : local;
     bool ok = db.append(in.data(), static_cast<unsigned>(in.size())) &&
               Asn1Xml::derToXml(db, compact, allowBer, sb, &item, log);
     EXPECT_EQ(ok ? 1 : 0, item.getSize());

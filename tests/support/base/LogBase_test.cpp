@@ -38,9 +38,8 @@ TEST(LogTree, RendersNestedContextsAsIndentedText) {
     log.leaveContext();
     log.logInfo("x");
     EXPECT_EQ("after\nx\n", log.text().substr(log.text().size() - 8));
-}
 
-TEST(LogNull, CopiesSwitchesButRecordsNothing) {
+    // A LogNull copies the switches but records nothing.
     LogTree parent;
     parent.verboseLogging = 1;
     parent.logKeywords.append("LOG_OCSP_HTTP");

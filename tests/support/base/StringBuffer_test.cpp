@@ -26,7 +26,7 @@ TEST(StringBuffer, ReplaceFamilies) {
     }
 }
 
-TEST(StringBuffer, ChopTrimAndWhitespace) {
+TEST(StringBuffer, TextOperations) {
     StringBuffer sb("[\"MIIabc\"]\"]tail");
     sb.chopAtSubstr("\"]", false);
     EXPECT_STREQ(sb.getString(), "[\"MIIabc");
@@ -38,60 +38,49 @@ TEST(StringBuffer, ChopTrimAndWhitespace) {
         t.trim2();
         EXPECT_EQ(want, std::string(t.getString(), t.getSize()));
     }
-}
-
-TEST(StringBuffer, TestsAreCaseSensitiveExceptBeginsWithIgnoreCase) {
-    StringBuffer sb("Hello.World");
+    // Tests are case sensitive except beginsWithIgnoreCase.
+    sb.setString("Hello.World");
     EXPECT_TRUE(sb.beginsWith("Hello") && sb.beginsWithIgnoreCase("hELLO") && sb.endsWith("World"));
     EXPECT_FALSE(sb.beginsWith("hello") || sb.endsWith("world") || sb.containsSubstring("o.w") ||
                  sb.beginsWith("Hello.World!"));
-}
-
-TEST(StringBuffer, BinaryTextWithZeroBytes) {
-    StringBuffer sb;
+    // Binary text: the search goes past a zero byte, the C search stops at it.
+    sb.clear();
     sb.appendN("ab\0-----BEGIN", 13);
-    EXPECT_EQ(sb.getSize(), 13u);
-    EXPECT_TRUE(sb.containsSubstring("BEGIN"));             // searches past the zero byte
-    EXPECT_EQ(ovStrStr(sb.getString(), "BEGIN"), nullptr);  // C search stops at it
+    EXPECT_TRUE(sb.getSize() == 13u && sb.containsSubstring("BEGIN"));
+    EXPECT_EQ(ovStrStr(sb.getString(), "BEGIN"), nullptr);
 }
 
 TEST(StringBuffer, ScrambledLiteralsRoundTrip) {
     const char* texts[] = {"PRIVATE KEY-----", "ENCRYPTED PRIVATE KEY-----", "a\"b\\c~ ", ""};
     for (const char* t : texts) {
         SCOPED_TRACE(t);
-        std::string s = t;
-        std::vector<char> buf(s.begin(), s.end());
-        buf.push_back('\0');
+        std::string buf = t;
         StringBuffer::litScramEncode(buf.data());
-        EXPECT_TRUE(s.empty() || std::string(buf.data()) != s);
-        StringBuffer sb(t);
-        EXPECT_TRUE(sb.equals_x(buf.data()));
+        EXPECT_TRUE((!*t || buf.c_str() != std::string(t)) && StringBuffer(t).equals_x(buf.data()));
         StringBuffer::litScram(buf.data());
-        EXPECT_EQ(std::string(buf.data()), s);
+        EXPECT_STREQ(t, buf.c_str());
     }
 }
 
 TEST(XString, Utf16ToUtf8) {
-    // Little-endian UTF-16 (two code units each) and its UTF-8.
-    const char* const cases[][2] = {
-        {"A\0B\0", "AB"},
-        {"\xe9\0\xac\x20", "\xc3\xa9\xe2\x82\xac"},
-        {"\x3d\xd8\x00\xde", "\xf0\x9f\x98\x80"},  // a surrogate pair
-        {"\x3d\xd8\x41\x00",
-         "\xef\xbf\xbd"
-         "A"},  // a lone high surrogate
+    // Reader (l UTF-16LE, b UTF-16BE: two code units each; 1 Latin-1: one
+    // byte), input and its UTF-8; then a surrogate pair and a lone high one.
+    const char* const cases[][3] = {
+        {"l", "A\0B\0", "AB"},
+        {"l", "\xe9\0\xac\x20", "\xc3\xa9\xe2\x82\xac"},
+        {"b", "\0\x41\x20\xac", "A\xe2\x82\xac"},
+        {"1", "\xfc", "\xc3\xbc"},
+        {"l", "\x3d\xd8\x00\xde", "\xf0\x9f\x98\x80"},
+        {"l", "\x3d\xd8\x41\x00", "\xef\xbf\xbd\x41"},
     };
     for (const auto& c : cases) {
         XString x;
-        ASSERT_TRUE(x.appendUtf16N_le(reinterpret_cast<const unsigned char*>(c[0]), 2));
-        EXPECT_STREQ(c[1], x.getUtf8()) << c[1];
+        auto* in = reinterpret_cast<const unsigned char*>(c[1]);
+        ASSERT_TRUE(*c[0] == '1'   ? x.appendLatin1N(in, 1)
+                    : *c[0] == 'b' ? x.appendUtf16N_be(in, 2)
+                                   : x.appendUtf16N_le(in, 2));
+        EXPECT_STREQ(c[2], x.getUtf8()) << c[2];
     }
-    XString be;
-    be.appendUtf16N_be(reinterpret_cast<const unsigned char*>("\x00\x41\x20\xac"), 2);
-    EXPECT_STREQ(be.getUtf8(), "A\xe2\x82\xac");
-    XString l1;
-    l1.appendLatin1N(reinterpret_cast<const unsigned char*>("\xfc"), 1);
-    EXPECT_STREQ(l1.getUtf8(), "\xc3\xbc");
 }
 
 TEST(XString, IntValue) {
@@ -101,8 +90,7 @@ TEST(XString, IntValue) {
 }
 
 TEST(OvStr, HelpersAcceptNull) {
-    EXPECT_EQ(ovStrLen(nullptr), 0u);
-    EXPECT_EQ(ovStrStr(nullptr, "a"), nullptr);
+    EXPECT_TRUE(ovStrLen(nullptr) == 0u && ovStrStr(nullptr, "a") == nullptr);
     EXPECT_EQ(ov_valHexN("1aFz", 4), 0x1afu);
     EXPECT_EQ(ov_valHexN("ffffffff", 8), 0xffffffffu);
     char buf[11];

@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
 #include <sstream>
 
 #include "support/asn1/Asn1TestUtil.h"
+#include "support/asn1/OidTable.h"
 
 using namespace asn1test;
 
@@ -64,6 +66,20 @@ TEST(DerBuild, BooleansAsDerWritesThemAndFailuresLeaveTheBuffer) {
     EXPECT_EQ("0101ff010100", toHex(out));
     EXPECT_FALSE(derbuild::oid(out, "1.x"));
     EXPECT_EQ(6u, out.getSize());
+}
+
+// The content octets of each known OID are written by hand beside the dotted
+// text; a slip in either would make a lookup miss silently.
+TEST(OidTable, OctetsMatchTheDottedTextAndNothingRepeats) {
+    std::set<std::string> dotted, names;
+    for (const KnownOid* k : oids::kAll) {
+        SCOPED_TRACE(k->name);
+        unsigned char buf[32];
+        size_t n = 0;
+        ASSERT_TRUE(der::textToOid(k->dotted, buf, sizeof buf, &n));
+        EXPECT_TRUE(k->bytes().equals(buf, n) && k == oids::find(DerInput(buf, n)));
+        EXPECT_TRUE(dotted.insert(k->dotted).second && names.insert(k->name).second);
+    }
 }
 
 }  // namespace

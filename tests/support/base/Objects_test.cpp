@@ -72,17 +72,13 @@ TEST(RefPtr, AdoptRetainMoveRelease) {
 
 TEST(OrvaneCritSec, RecursiveEntryAndMutualExclusion) {
     OrvaneCritSec cs;
-    {
-        CritSecExitor a(&cs);
-        CritSecExitor b(&cs);  // same thread again: must not deadlock
-    }
     long counter = 0;
     std::atomic<int> inside{0};
     std::atomic<bool> overlap{false};
     auto work = [&] {
         for (int i = 0; i < 20000; ++i) {
             CritSecExitor g(&cs);
-            CritSecExitor again(&cs);
+            CritSecExitor again(&cs);  // same thread again: must not deadlock
             if (inside.fetch_add(1) != 0) overlap = true;
             ++counter;
             inside.fetch_sub(1);

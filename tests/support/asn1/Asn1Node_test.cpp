@@ -105,9 +105,8 @@ TEST(Asn1Node, Builders) {
     const unsigned char padded[] = {0x55, 0x80, 0x1d}, unfinished[] = {0x55, 0x1d, 0x8f};
     EXPECT_FALSE(adopt(_ovAsn1::newPrimitive(0, 6, padded, 3))->getOidText(text));
     EXPECT_FALSE(adopt(_ovAsn1::newPrimitive(0, 6, unfinished, 3))->getOidText(text));
-}
 
-TEST(Asn1Node, BuildsAndExtendsTrees) {
+    // Trees: built, extended, and with lent contents.
     NodeRef seq = adopt(_ovAsn1::newSequence());
     ASSERT_TRUE(seq->appendPart(_ovAsn1::newOid("1.3.6.1.5.5.7.48.1")));
     _ovAsn1* explicitTag = _ovAsn1::newContextSpecific(0, true, nullptr, 0);

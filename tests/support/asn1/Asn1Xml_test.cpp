@@ -119,29 +119,22 @@ TEST(Asn1Xml, FailuresLeaveTheOutputAlone) {
         {fromHex("02010500"), "Extra bytes follow the ASN.1 item"},
         {fixture("pkcs7_ber.der"), "ASN.1 indefinite length is not allowed in DER"},
         {fromHex("30820003020105"), "ASN.1 length is not in its shortest form"}};
-    for (const auto& c : cases) {
+    for (const auto& [in, error] : cases) {
         LogTree log;
-        DataBuffer in;
-        ASSERT_TRUE(in.append(c.first.data(), static_cast<unsigned>(c.first.size())));
-        StringBuffer sb("keep");
-        ExtPtrArray extra;
-        EXPECT_FALSE(Asn1Xml::derToXml(in, true, false, sb, &extra, log));  // strict DER
-        EXPECT_TRUE(sb.equals("keep") && extra.getSize() == 0);
-        EXPECT_TRUE(log.hasError(c.second)) << log.text();
+        std::string xml = "keep";
+        EXPECT_FALSE(render(in, xml, log, true, false));  // strict DER
+        EXPECT_TRUE(xml == "keep" && log.hasError(error)) << log.text();
     }
 }
 
 // The decoded items: handed out by the renderer, or decoded one at a time.
 TEST(Asn1Xml, DecodedItems) {
-    Bytes cert = fixture("cert.der");
-    DataBuffer in;
-    ASSERT_TRUE(in.append(cert.data(), static_cast<unsigned>(cert.size())));
     LogTree log;
-    StringBuffer sb("before|"), hex;
+    std::string xml = "before|";
+    StringBuffer hex;
     ExtPtrArray extra;
-    ASSERT_TRUE(Asn1Xml::derToXml(in, true, true, sb, &extra, log));
-    EXPECT_EQ(0u, std::string(sb.getString()).find("before|<sequence><sequence>"));
-    ASSERT_EQ(1, extra.getSize());
+    ASSERT_TRUE(render(fixture("cert.der"), xml, log, true, true, &extra)) << log.text();
+    EXPECT_EQ(0u, xml.find("before|<sequence><sequence>"));
     auto* item = dynamic_cast<ov_asnItem*>(extra.elementAt(0));
     ASSERT_TRUE(item && item->numChildren() == 3 && !item->child(3));
     mp_int serial;  // 20 bytes, and the one openssl prints

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <memory>
 #include <pugixml.hpp>
+#include <tuple>
 
 #include "support/asn1/Asn1TestUtil.h"
 
@@ -14,49 +15,46 @@ using namespace asn1test;
 namespace {
 
 TEST(Asn1Decoders, AgreeOnWhatTheyRefuse) {
-    struct Case {
-        Bytes in;
-        const char* error;          // the log line of every decoder; null: all decode
-        const char* der = nullptr;  // then, for short ones, the undecoded item normalized
-    };
-    const Case cases[] = {
-        {{}, "ASN.1 input is empty"},
-        {fromHex("30"), "ASN.1 length is missing"},
-        {fromHex("3081"), "ASN.1 length is truncated"},
-        {fromHex("3003020201"), "ASN.1 length exceeds input"},  // a child overruns
-        {fromHex("30850000000003"), "ASN.1 length is too large"},
-        {fromHex("04800000"), "ASN.1 indefinite length on a primitive item"},
-        {fromHex("3080020105"), "ASN.1 indefinite-length item has no end-of-contents"},
-        {fromHex("30803006020105 0000"), "ASN.1 length exceeds input"},
-        {fromHex("1f81"), "ASN.1 tag is truncated"},
-        {fromHex("1f800100"), "ASN.1 tag number has a leading zero digit"},
-        {fromHex("1f1e00"), "ASN.1 tag number should use the short form"},
-        {fromHex("1f8181810100"), "ASN.1 tag number is too large"},
+    // Input, the log line of every decoder (null: all decode), and then, for
+    // short ones, the undecoded item normalized.
+    const std::tuple<Bytes, const char*, const char*> cases[] = {
+        {{}, "ASN.1 input is empty", nullptr},
+        {fromHex("30"), "ASN.1 length is missing", nullptr},
+        {fromHex("3081"), "ASN.1 length is truncated", nullptr},
+        {fromHex("3003020201"), "ASN.1 length exceeds input", nullptr},  // a child overruns
+        {fromHex("30850000000003"), "ASN.1 length is too large", nullptr},
+        {fromHex("04800000"), "ASN.1 indefinite length on a primitive item", nullptr},
+        {fromHex("3080020105"), "ASN.1 indefinite-length item has no end-of-contents", nullptr},
+        {fromHex("30803006020105 0000"), "ASN.1 length exceeds input", nullptr},
+        {fromHex("1f81"), "ASN.1 tag is truncated", nullptr},
+        {fromHex("1f800100"), "ASN.1 tag number has a leading zero digit", nullptr},
+        {fromHex("1f1e00"), "ASN.1 tag number should use the short form", nullptr},
+        {fromHex("1f8181810100"), "ASN.1 tag number is too large", nullptr},
         {fromHex("30820003020105"), nullptr, "3003020105"},
         {fromHex("308030800201050000020106 0000"), nullptr, "30083003020105020106"},
         {fromHex("9f810002abcd"), nullptr, "9f810002abcd"},  // [128]
         {fromHex("30052403040161"), nullptr, "3003040161"},  // a segmented string
         {fromHex("2380030200410302 04b0 0000"), nullptr, "03030441b0"},
-        {nestedDefinite(der::kMaxDepth), nullptr},
-        {nestedDefinite(der::kMaxDepth + 1), "ASN.1 nesting is too deep"},
-        {nestedIndefinite(der::kMaxDepth + 1), nullptr},
-        {nestedIndefinite(der::kMaxDepth + 2), "ASN.1 nesting is too deep"},
-        {nestedIndefinite(5000), "ASN.1 nesting is too deep"},
+        {nestedDefinite(der::kMaxDepth), nullptr, nullptr},
+        {nestedDefinite(der::kMaxDepth + 1), "ASN.1 nesting is too deep", nullptr},
+        {nestedIndefinite(der::kMaxDepth + 1), nullptr, nullptr},
+        {nestedIndefinite(der::kMaxDepth + 2), "ASN.1 nesting is too deep", nullptr},
+        {nestedIndefinite(5000), "ASN.1 nesting is too deep", nullptr},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(toHex(c.in).substr(0, 32) + " (" + std::to_string(c.in.size()) + " bytes)");
+    for (const auto& [in, error, normal] : cases) {
+        SCOPED_TRACE(toHex(in).substr(0, 32) + " (" + std::to_string(in.size()) + " bytes)");
         LogTree nodeLog, xmlLog, itemLog;
-        NodeRef root = adopt(decode(c.in, nodeLog));
-        EXPECT_EQ(c.der ? c.der : "", c.der && root ? derOf(root.get(), true) : "");
-        EXPECT_EQ(!c.error, root && (!root->m_constructed || root->DecodeInner(true, nodeLog)));
+        NodeRef root = adopt(decode(in, nodeLog));
+        EXPECT_EQ(normal ? normal : "", normal && root ? derOf(root.get(), true) : "");
+        EXPECT_EQ(!error, root && (!root->m_constructed || root->DecodeInner(true, nodeLog)));
         std::string xml;
-        EXPECT_EQ(!c.error, render(c.in, xml, xmlLog));
+        EXPECT_EQ(!error, render(in, xml, xmlLog));
         unsigned consumed = 0;
-        std::unique_ptr<ov_asnItem> item(Asn1Xml::decodeAsnItem(
-            c.in.data(), static_cast<unsigned>(c.in.size()), consumed, itemLog));
-        EXPECT_EQ(c.error ? 0 : c.in.size(), item ? consumed : 0);
+        std::unique_ptr<ov_asnItem> item(
+            Asn1Xml::decodeAsnItem(in.data(), static_cast<unsigned>(in.size()), consumed, itemLog));
+        EXPECT_EQ(error ? 0 : in.size(), item ? consumed : 0);
         for (const LogTree* log : {&nodeLog, &xmlLog, &itemLog})
-            EXPECT_TRUE(!c.error || log->hasError(c.error)) << log->text();
+            EXPECT_TRUE(!error || log->hasError(error)) << log->text();
     }
 }
 

@@ -67,31 +67,26 @@ bool slotRefused(LogBase& log, const char* why, CK_SLOT_ID slot) {
     return false;
 }
 
+bool callFailed(LogBase& log, const char* sentence, CK_RV rv) {
+    pkcs11LogFailure(log, sentence, rv);
+    return false;
+}
+
 }  // namespace
 
 bool ClsPkcs11::checkSlotHasToken(CK_SLOT_ID slot, LogBase& log) {
     CK_FUNCTION_LIST* fn = m_module.functions();
     CK_SLOT_INFO slotInfo;
     CK_RV rv = fn->C_GetSlotInfo(slot, &slotInfo);
-    if (rv == CKR_SLOT_ID_INVALID) {
-        return slotRefused(log, "The PKCS11 slot does not exist.", slot);
-    }
-    if (rv != CKR_OK) {
-        pkcs11LogFailure(log, "C_GetSlotInfo failed.", rv);
-        return false;
-    }
-    if (!(slotInfo.flags & CKF_TOKEN_PRESENT)) {
+    if (rv == CKR_SLOT_ID_INVALID) return slotRefused(log, "The PKCS11 slot does not exist.", slot);
+    if (rv != CKR_OK) return callFailed(log, "C_GetSlotInfo failed.", rv);
+    if (!(slotInfo.flags & CKF_TOKEN_PRESENT))
         return slotRefused(log, "No token is present in the PKCS11 slot.", slot);
-    }
     CK_TOKEN_INFO tokenInfo;
     rv = fn->C_GetTokenInfo(slot, &tokenInfo);
-    if (rv != CKR_OK) {
-        pkcs11LogFailure(log, "C_GetTokenInfo failed.", rv);
-        return false;
-    }
-    if (!(tokenInfo.flags & CKF_TOKEN_INITIALIZED)) {
+    if (rv != CKR_OK) return callFailed(log, "C_GetTokenInfo failed.", rv);
+    if (!(tokenInfo.flags & CKF_TOKEN_INITIALIZED))
         return slotRefused(log, "The token in the PKCS11 slot is not initialized.", slot);
-    }
     return true;
 }
 

@@ -232,15 +232,8 @@ bool ClsPkcs11::alreadyLoggedIn(int userType, LogBase& log) {
 unsigned long ClsPkcs11::findPrivKeyHandleForCert(const unsigned char* certDer, unsigned certLen,
                                                   bool mustBeAbleToSign, int& keyType,
                                                   int& expectedSigSize, LogBase& log) {
-    CritSecExitor cs(this);
-    LogContextExitor ctx(log, "pkcs11FindPrivKey");
-    keyType = 0;
-    expectedSigSize = 0;
-    if (!requireSession(log)) return 0;
-    DerInput der(certDer, certLen);
-    CertPublicKeyParts parts;
-    if (!parts.parseCertificate(der, log)) return 0;
-    return findFor(der, parts, mustBeAbleToSign, keyType, expectedSigSize, log);
+    return findPrivKeyHandleForCert(DerInput(certDer, certLen), DerInput(), mustBeAbleToSign,
+                                    keyType, expectedSigSize, log);
 }
 
 unsigned long ClsPkcs11::findPrivKeyHandleForCert(DerInput certDer, DerInput spki,
@@ -252,7 +245,9 @@ unsigned long ClsPkcs11::findPrivKeyHandleForCert(DerInput certDer, DerInput spk
     expectedSigSize = 0;
     if (!requireSession(log)) return 0;
     CertPublicKeyParts parts;
-    if (!parts.parseSpki(spki, log)) return 0;
+    const bool parsed =
+        spki.empty() ? parts.parseCertificate(certDer, log) : parts.parseSpki(spki, log);
+    if (!parsed) return 0;
     return findFor(certDer, parts, mustBeAbleToSign, keyType, expectedSigSize, log);
 }
 

@@ -106,7 +106,8 @@ class ClsPkcs11 : public RefCountedObject, public OrvaneCritSec {
                                            bool mustBeAbleToSign, int& keyType,
                                            int& expectedSigSize, LogBase& log);
     // The same for a certificate already parsed: its whole DER and its
-    // SubjectPublicKeyInfo element (a view into it or a copy).
+    // SubjectPublicKeyInfo element (a view into it or a copy; empty: read from
+    // the DER).
     unsigned long findPrivKeyHandleForCert(DerInput certDer, DerInput spki, bool mustBeAbleToSign,
                                            int& keyType, int& expectedSigSize, LogBase& log);
 

@@ -39,13 +39,13 @@ int parseArgs(const Command& cmd, int argc, char** argv, CommonOptions& common,
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
         if (takeCommonOption(a, common)) continue;
-        const OptionSpec* spec = nullptr;
+        const OptionSpec* match = nullptr;
         for (const OptionSpec& s : specs)
-            if (a == s.name && (!s.value || i + 1 < argc)) spec = &s;
-        if (spec && spec->value) {
-            *spec->value = argv[++i];
-        } else if (spec) {
-            *spec->flag = true;
+            if (a == s.name && (!s.value || i + 1 < argc)) match = &s;
+        if (match && match->value) {
+            *match->value = argv[++i];
+        } else if (match) {
+            *match->flag = true;
         } else if (isOption(a)) {
             return usageError(cmd, "unknown option " + a);
         } else if (maxOperands && operands.size() == maxOperands) {

@@ -134,8 +134,11 @@ CertCore* CertCore::createFromBinary2(const char* data, unsigned size, SystemCer
 
 CertCore* CertCore::createFromBinaryDetectFmt(DataBuffer& data, SystemCerts* store, LogBase& log) {
     LogContextExitor ctx(log, "createFromBinaryDetectFmt");
-    return createFromBinary2(reinterpret_cast<const char*>(data.getData2()), data.getSize(), store,
-                             log);
+    // A zero byte after the bytes lets the PEM reader take them as they lie
+    // (a caller that reserved room for it pays nothing; else one growth).
+    const bool zeroAfter = data.putZeroAfterContents();
+    return detect(reinterpret_cast<const char*>(data.getData2()), data.getSize(), zeroAfter, store,
+                  log);
 }
 
 CertCore* CertCore::createFromFile2(const char* path, SystemCerts* store, LogBase& log) {

@@ -123,6 +123,12 @@ bool DataBuffer::ensureCapacity(unsigned n) {
     return grow(n);
 }
 
+bool DataBuffer::putZeroAfterContents() {
+    if (m_size == 0xFFFFFFFFu || !grow(m_size + 1)) return false;
+    m_data[m_size] = 0;
+    return true;
+}
+
 bool DataBuffer::append(const void* p, unsigned n) {
     if (n == 0) return true;
     if (!p) return false;

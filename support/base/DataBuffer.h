@@ -49,6 +49,10 @@ class DataBuffer : public NonRefCountedObj {
     bool setData(const void* p, unsigned n);
     // Makes room for at least n bytes in total without changing the size.
     bool ensureCapacity(unsigned n);
+    // Writes one zero byte right after the contents (not counted in the size),
+    // growing only when the block has no room for it, so the bytes can be read
+    // as zero-terminated text without a copy. False when memory runs out.
+    bool putZeroAfterContents();
     // Drops the last n bytes (all of them when n >= size).
     void shorten(unsigned n);
     // Exchanges the contents (bytes, size, capacity, secure mark) with other;

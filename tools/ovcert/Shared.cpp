@@ -8,7 +8,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
+#include <vector>
 
 #include "cert/CertCore.h"
 #include "support/store/SystemCerts.h"
@@ -74,28 +76,50 @@ std::string mib(unsigned bytes) {
     return std::to_string(bytes >> 20) + " MiB";
 }
 
-// Reads a stream in pieces, stopping one piece past the cap, so an oversized
-// stream is refused without holding much more than the cap.
+// Reads a stream into pieces of 1 MiB, then joins them into a buffer of
+// exactly the stream's size, wiping and freeing each piece once copied: a
+// growing buffer would hold up to twice the stream (old and new block) while
+// it doubles, and the loader may still need one copy of its own. An oversized
+// stream is refused one read past the cap.
 bool readStream(int fd, const std::string& label, DataBuffer& out, std::string& why) {
     const unsigned cap = DataBuffer::kMaxLoadSize;
+    const unsigned kPiece = 1u << 20;
+    std::vector<std::unique_ptr<DataBuffer>> pieces;
+    unsigned total = 0;
     char chunk[65536];
     for (;;) {
+        if (pieces.empty() || pieces.back()->getSize() + sizeof chunk > kPiece) {
+            pieces.push_back(std::make_unique<DataBuffer>());
+            pieces.back()->setSecure(true);  // standard input may carry a private key
+            if (!pieces.back()->ensureCapacity(kPiece)) {
+                why = "out of memory reading " + label;
+                return false;
+            }
+        }
         ssize_t n = read(fd, chunk, sizeof chunk);
         if (n < 0 && errno == EINTR) continue;
         if (n < 0) {
             why = label + " could not be read (" + strerror(errno) + ")";
             return false;
         }
-        if (n == 0) return true;
-        if (static_cast<size_t>(n) > cap - out.getSize()) {
+        if (n == 0) break;
+        if (static_cast<size_t>(n) > cap - total) {
             why = label + " is larger than " + mib(cap) + ", the most ovcert reads";
             return false;
         }
-        if (!out.append(chunk, static_cast<unsigned>(n))) {
-            why = "out of memory reading " + label;
-            return false;
-        }
+        pieces.back()->append(chunk, static_cast<unsigned>(n));
+        total += static_cast<unsigned>(n);
     }
+    // One byte more: the loader puts a zero after the bytes there.
+    if (!out.ensureCapacity(total + 1)) {
+        why = "out of memory reading " + label;
+        return false;
+    }
+    for (auto& piece : pieces) {
+        out.append(*piece);
+        piece.reset();
+    }
+    return true;
 }
 
 // Why a path cannot be loaded as a file, or "" when it is a readable regular
@@ -184,8 +208,8 @@ bool LoadedInput::load(bool withStore) {
             m_log.logError(m_failure.c_str());
             return false;
         }
-        m_cert = RefPtr<CertCore>::retain(CertCore::createFromBinary2(
-            reinterpret_cast<const char*>(data.getData2()), data.getSize(), m_store.get(), m_log));
+        m_cert = RefPtr<CertCore>::retain(
+            CertCore::createFromBinaryDetectFmt(data, m_store.get(), m_log));
     } else {
         m_cert = RefPtr<CertCore>::retain(
             CertCore::createFromFile2(m_name.c_str(), m_store.get(), m_log));
